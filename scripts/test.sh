@@ -1,0 +1,52 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds, and runs every test: the suites in a normal
+# build, the same suites under AddressSanitizer and UBSan, and the fuzz targets
+# for a bounded time (ORVEX_FUZZ_SECONDS each, 60 by default).
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+scripts/install-deps.sh
+
+jobs=$(nproc)
+fuzz_seconds=${ORVEX_FUZZ_SECONDS:-60}
+export QT_QPA_PLATFORM=offscreen
+export XDG_RUNTIME_DIR=${XDG_RUNTIME_DIR:-$(mktemp -d)}
+
+echo "== Build and test"
+cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+cmake --build build -j "$jobs"
+ctest --test-dir build --output-on-failure -j "$jobs"
+
+echo "== Build and test under AddressSanitizer and UBSan"
+cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DORVEX_SANITIZE=ON \
+    -DORVEX_BUILD_BENCH=OFF >/dev/null
+cmake --build build-asan -j "$jobs"
+ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+    ctest --test-dir build-asan --output-on-failure -j "$jobs"
+
+echo "== Fuzz for ${fuzz_seconds} s a target"
+CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+    -DORVEX_FUZZ=ON >/dev/null
+cmake --build build-fuzz -j "$jobs"
+artifacts=$(mktemp -d)
+for target in build-fuzz/tests/fuzz/fuzz_*; do
+    [ -x "$target" ] || continue
+    name=$(basename "$target")
+    corpus=$(mktemp -d)
+    cp tests/fuzz/corpus/"${name#fuzz_}"/* "$corpus"/
+    echo "-- $name"
+    set +e
+    "$target" -max_total_time="$fuzz_seconds" -rss_limit_mb=2048 -timeout=10 \
+        -print_final_stats=1 -artifact_prefix="$artifacts/" "$corpus" >"$artifacts/$name.log" 2>&1
+    status=$?
+    set -e
+    grep -E '^stat::(number_of_executed_units|peak_rss_mb)' "$artifacts/$name.log" || true
+    rm -rf "$corpus"
+    if [ $status -ne 0 ]; then
+        # libFuzzer stops with non-zero on a crash, a leak, a timeout or running out of memory.
+        tail -n 60 "$artifacts/$name.log"
+        echo "$name found a failing input; it is in $artifacts"
+        exit 1
+    fi
+done
+echo "== All tests passed"

@@ -1,0 +1,39 @@
+#include "HXProductPaths.h"
+
+#include <QDir>
+
+QString HXProductPaths::root()
+{
+    QString r = qEnvironmentVariable("ORVEX_ROOT");
+    while (r.endsWith(QLatin1Char('/')))
+        r.chop(1);
+    return r;
+}
+
+QString HXProductPaths::map(const QString &absolutePath)
+{
+    const QString r = root();
+    if (r.isEmpty())
+        return absolutePath;
+    return r + QDir::cleanPath(absolutePath);
+}
+
+QString HXProductPaths::libraryFolder()
+{
+    return map(QStringLiteral("/var/lib/orvex"));
+}
+
+QString HXProductPaths::reportFile()
+{
+    return map(QStringLiteral("/var/lib/orvex/Report.zrrpt"));
+}
+
+QString HXProductPaths::testReportFile()
+{
+    return map(QStringLiteral("/var/lib/orvex/TestReport.zrrpt"));
+}
+
+QString HXProductPaths::logsFolder()
+{
+    return map(QStringLiteral("/var/log/orvex"));
+}

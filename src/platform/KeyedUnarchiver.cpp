@@ -1,0 +1,583 @@
+#include "KeyedUnarchiver.h"
+
+#include "BinaryPlistReader.h"
+#include "PlistUid.h"
+
+#include <QDateTime>
+
+using Kind = BinaryPlistDocument::Kind;
+
+namespace {
+
+bool isString(Kind k)
+{
+    return k == Kind::AsciiString || k == Kind::Utf16String;
+}
+
+bool isValueClass(const QString &cls, KeyedUnarchiver::Mode mode)
+{
+    static const QSet<QString> secure{
+        QStringLiteral("NSString"),     QStringLiteral("NSMutableString"),
+        QStringLiteral("NSDate"),       QStringLiteral("NSData"),
+        QStringLiteral("NSMutableData"), QStringLiteral("NSArray"),
+        QStringLiteral("NSMutableArray"), QStringLiteral("NSDictionary"),
+        QStringLiteral("NSMutableDictionary"), QStringLiteral("NSNull"),
+    };
+    static const QSet<QString> extra{QStringLiteral("NSSet"), QStringLiteral("NSMutableSet"),
+                                     QStringLiteral("NSOrderedSet"),
+                                     QStringLiteral("NSMutableOrderedSet")};
+    return secure.contains(cls) || (mode == KeyedUnarchiver::Mode::Permissive && extra.contains(cls));
+}
+
+} // namespace
+
+KeyedUnarchiver::KeyedUnarchiver(Mode mode)
+    : m_mode(mode)
+{
+}
+
+void KeyedUnarchiver::registerClass(const QString &className, Decoder decoder)
+{
+    m_decoders.insert(className, std::move(decoder));
+}
+
+void KeyedUnarchiver::fail(const QString &why)
+{
+    if (m_error.isEmpty())
+        m_error = why;
+}
+
+bool KeyedUnarchiver::open(const QByteArray &bytes)
+{
+    QString why;
+    m_doc = BinaryPlistDocument::open(bytes, &why);
+    if (!m_doc) {
+        fail(why);
+        return false;
+    }
+    BinaryPlistDocument::Object top;
+    if (!m_doc->object(m_doc->topObject(), &top, &why)) {
+        fail(why);
+        return false;
+    }
+    if (top.kind != Kind::Dict) {
+        fail(QStringLiteral("the property list is not a keyed archive"));
+        return false;
+    }
+    bool haveArchiver = false, haveTop = false, haveObjects = false;
+    for (quint64 i = 0; i < top.count; ++i) {
+        BinaryPlistDocument::Object key, value;
+        if (!m_doc->object(m_doc->reference(top, i), &key, &why) ||
+            !m_doc->object(m_doc->reference(top, top.count + i), &value, &why)) {
+            fail(why);
+            return false;
+        }
+        if (key.kind != Kind::AsciiString)
+            continue;
+        const QByteArrayView name = m_doc->asciiView(key);
+        if (name == "$archiver") {
+            haveArchiver = isString(value.kind) &&
+                           m_doc->stringValue(value) == QLatin1StringView("NSKeyedArchiver");
+        } else if (name == "$top" && value.kind == Kind::Dict) {
+            m_top = value;
+            haveTop = true;
+        } else if (name == "$objects" && value.kind == Kind::Array) {
+            m_objects = value;
+            haveObjects = true;
+        }
+    }
+    if (!haveArchiver || !haveTop || !haveObjects) {
+        fail(QStringLiteral("the property list is not a keyed archive"));
+        return false;
+    }
+    m_decoded.assign(size_t(m_objects.count), QVariant());
+    m_state.assign(size_t(m_objects.count), 0);
+    return true;
+}
+
+QVariant KeyedUnarchiver::decodeRoot()
+{
+    if (failed() || !m_doc)
+        return {};
+    QString why;
+    for (quint64 i = 0; i < m_top.count; ++i) {
+        BinaryPlistDocument::Object key, value;
+        if (!m_doc->object(m_doc->reference(m_top, i), &key, &why) ||
+            !m_doc->object(m_doc->reference(m_top, m_top.count + i), &value, &why)) {
+            fail(why);
+            return {};
+        }
+        if (key.kind == Kind::AsciiString && m_doc->asciiView(key) == "root") {
+            if (value.kind != Kind::Uid) {
+                fail(QStringLiteral("the archive's root is not an object reference"));
+                return {};
+            }
+            QVariant v = decodeUid(m_doc->uidValue(value), 0);
+            return failed() ? QVariant() : v;
+        }
+    }
+    fail(QStringLiteral("the archive has no root object"));
+    return {};
+}
+
+QVariantMap KeyedUnarchiver::decodeTop()
+{
+    QVariantMap result;
+    if (failed() || !m_doc)
+        return result;
+    QString why;
+    for (quint64 i = 0; i < m_top.count && !failed(); ++i) {
+        BinaryPlistDocument::Object key;
+        if (!m_doc->object(m_doc->reference(m_top, i), &key, &why)) {
+            fail(why);
+            break;
+        }
+        if (!isString(key.kind)) {
+            fail(QStringLiteral("a key of the archive's top is not a string"));
+            break;
+        }
+        result.insert(m_doc->stringValue(key), decodeRef(m_doc->reference(m_top, m_top.count + i), 0));
+    }
+    return failed() ? QVariantMap() : result;
+}
+
+QVariant KeyedUnarchiver::decodeRef(quint64 bplistRef, int depth)
+{
+    BinaryPlistDocument::Object o;
+    QString why;
+    if (!m_doc->object(bplistRef, &o, &why)) {
+        fail(why);
+        return {};
+    }
+    if (o.kind == Kind::Uid)
+        return decodeUid(m_doc->uidValue(o), depth);
+    // An inline value: a number or boolean written with encodeInt: and the like.
+    QVariant v = BinaryPlistReader::objectValue(*m_doc, bplistRef, &why);
+    if (!why.isEmpty())
+        fail(why);
+    return v;
+}
+
+QVariant KeyedUnarchiver::decodeUid(quint64 uid, int depth)
+{
+    if (failed())
+        return {};
+    if (uid >= m_objects.count) {
+        fail(QStringLiteral("an archive reference is out of range"));
+        return {};
+    }
+    if (uid == 0)
+        return {}; // "$null"
+    switch (m_state[uid]) {
+    case 2:
+        return m_decoded[uid];
+    case 1:
+        fail(QStringLiteral("the archive contains an object that contains itself"));
+        return {};
+    default:
+        break;
+    }
+    if (depth > kMaxDepth) {
+        fail(QStringLiteral("the archive is nested too deeply"));
+        return {};
+    }
+    BinaryPlistDocument::Object o;
+    QString why;
+    if (!m_doc->object(m_doc->reference(m_objects, uid), &o, &why)) {
+        fail(why);
+        return {};
+    }
+    m_state[uid] = 1;
+    QVariant v = decodeEntry(uid, o, depth);
+    m_state[uid] = 2;
+    if (failed())
+        return {};
+    m_decoded[uid] = v;
+    return v;
+}
+
+bool KeyedUnarchiver::loadFields(const BinaryPlistDocument::Object &dict, Coder *coder)
+{
+    QString why;
+    coder->m_fields.reserve(size_t(dict.count));
+    for (quint64 i = 0; i < dict.count; ++i) {
+        BinaryPlistDocument::Object key;
+        if (!m_doc->object(m_doc->reference(dict, i), &key, &why)) {
+            fail(why);
+            return false;
+        }
+        if (!isString(key.kind)) {
+            fail(QStringLiteral("a key of an archived object is not a string"));
+            return false;
+        }
+        // Keys are ASCII in every archive Foundation writes; others cannot match.
+        const QByteArrayView view =
+            key.kind == Kind::AsciiString ? m_doc->asciiView(key) : QByteArrayView();
+        coder->m_fields.push_back({view, m_doc->reference(dict, dict.count + i)});
+    }
+    return true;
+}
+
+std::optional<QString> KeyedUnarchiver::resolveClass(quint64 classUid)
+{
+    if (auto it = m_classNames.constFind(classUid); it != m_classNames.cend())
+        return *it;
+    auto broken = [this]() -> std::optional<QString> {
+        fail(QStringLiteral("an archived object has a damaged class record"));
+        return std::nullopt;
+    };
+    if (classUid == 0 || classUid >= m_objects.count)
+        return broken();
+    BinaryPlistDocument::Object rec;
+    QString why;
+    if (!m_doc->object(m_doc->reference(m_objects, classUid), &rec, &why) ||
+        rec.kind != Kind::Dict)
+        return broken();
+    QString name;
+    QStringList chain;
+    for (quint64 i = 0; i < rec.count; ++i) {
+        BinaryPlistDocument::Object key, value;
+        if (!m_doc->object(m_doc->reference(rec, i), &key, &why) ||
+            !m_doc->object(m_doc->reference(rec, rec.count + i), &value, &why))
+            return broken();
+        if (key.kind != Kind::AsciiString)
+            continue;
+        const QByteArrayView k = m_doc->asciiView(key);
+        if (k == "$classname" && isString(value.kind)) {
+            name = m_doc->stringValue(value);
+        } else if (k == "$classes" && value.kind == Kind::Array) {
+            for (quint64 c = 0; c < value.count; ++c) {
+                BinaryPlistDocument::Object s;
+                if (m_doc->object(m_doc->reference(value, c), &s, &why) && isString(s.kind))
+                    chain.append(m_doc->stringValue(s));
+            }
+        }
+    }
+    if (name.isEmpty())
+        return broken();
+    auto known = [this](const QString &c) { return m_decoders.contains(c) || isValueClass(c, m_mode); };
+    QString resolved = name;
+    if (!known(name)) {
+        if (m_mode == Mode::Secure) {
+            fail(QStringLiteral("the archive contains an object of class \u201c%1\u201d, which it "
+                                "may not hold")
+                     .arg(name.left(100)));
+            return std::nullopt;
+        }
+        for (const QString &c : std::as_const(chain)) {
+            if (known(c)) {
+                resolved = c;
+                break;
+            }
+        }
+    }
+    m_classNames.insert(classUid, resolved);
+    return resolved;
+}
+
+QVariant KeyedUnarchiver::decodeEntry(quint64 uid, const BinaryPlistDocument::Object &o, int depth)
+{
+    Q_UNUSED(uid);
+    QString why;
+    switch (o.kind) {
+    case Kind::AsciiString:
+    case Kind::Utf16String:
+        return m_doc->stringValue(o);
+    case Kind::Dict:
+        break;
+    case Kind::Uid:
+        fail(QStringLiteral("an archived object is a bare reference"));
+        return {};
+    case Kind::Array:
+    case Kind::Set:
+        if (m_mode == Mode::Secure) {
+            fail(QStringLiteral("an archived object has no class"));
+            return {};
+        }
+        [[fallthrough]];
+    default: {
+        QVariant v = BinaryPlistReader::objectValue(*m_doc, m_doc->reference(m_objects, uid), &why);
+        if (!why.isEmpty())
+            fail(why);
+        return v;
+    }
+    }
+
+    Coder coder(*this, QString());
+    coder.m_depth = depth;
+    if (!loadFields(o, &coder))
+        return {};
+    const Coder::Field *classField = coder.find(QLatin1StringView("$class"));
+    if (!classField) {
+        if (m_mode == Mode::Secure) {
+            fail(QStringLiteral("an archived object has no class"));
+            return {};
+        }
+        QVariant v = BinaryPlistReader::objectValue(*m_doc, m_doc->reference(m_objects, uid), &why);
+        if (!why.isEmpty())
+            fail(why);
+        return v;
+    }
+    BinaryPlistDocument::Object cls;
+    if (!m_doc->object(classField->valueRef, &cls, &why) || cls.kind != Kind::Uid) {
+        fail(QStringLiteral("an archived object has a damaged class record"));
+        return {};
+    }
+    const std::optional<QString> name = resolveClass(m_doc->uidValue(cls));
+    if (!name)
+        return {};
+    coder.m_className = *name;
+    if (auto it = m_decoders.constFind(*name); it != m_decoders.cend())
+        return (*it)(coder);
+    if (isValueClass(*name, m_mode))
+        return decodeValueClass(*name, coder);
+
+    // Permissive: a class nobody here knows, kept as its fields.
+    QVariantMap fields;
+    fields.insert(QStringLiteral("$class"), *name);
+    for (const Coder::Field &f : coder.m_fields) {
+        if (f.key == "$class")
+            continue;
+        fields.insert(QString::fromLatin1(f.key), decodeRef(f.valueRef, depth + 1));
+        if (failed())
+            return {};
+    }
+    return fields;
+}
+
+QVariant KeyedUnarchiver::listFromRefs(const BinaryPlistDocument::Object &array, int depth)
+{
+    QVariantList list;
+    list.reserve(qsizetype(array.count));
+    for (quint64 i = 0; i < array.count && !failed(); ++i) {
+        BinaryPlistDocument::Object e;
+        QString why;
+        if (!m_doc->object(m_doc->reference(array, i), &e, &why)) {
+            fail(why);
+            break;
+        }
+        if (e.kind != Kind::Uid) {
+            fail(QStringLiteral("an archived collection holds something other than object "
+                                "references"));
+            break;
+        }
+        QVariant v = decodeUid(m_doc->uidValue(e), depth + 1);
+        if (!v.isValid() && !failed()) {
+            fail(QStringLiteral("an archived collection holds a nil object"));
+            break;
+        }
+        list.append(std::move(v));
+    }
+    return failed() ? QVariant() : QVariant(list);
+}
+
+QVariant KeyedUnarchiver::decodeValueClass(const QString &cls, Coder &coder)
+{
+    QString why;
+    auto plainField = [&](QLatin1StringView key, BinaryPlistDocument::Object *out) {
+        const Coder::Field *f = coder.find(key);
+        return f && m_doc->object(f->valueRef, out, &why);
+    };
+    BinaryPlistDocument::Object v;
+    if (cls.endsWith(QLatin1StringView("Array")) || cls.endsWith(QLatin1StringView("Set"))) {
+        if (!plainField(QLatin1StringView("NS.objects"), &v))
+            return QVariantList();
+        if (v.kind != Kind::Array) {
+            fail(QStringLiteral("an archived list is damaged"));
+            return {};
+        }
+        return listFromRefs(v, coder.m_depth);
+    }
+    if (cls.endsWith(QLatin1StringView("Dictionary"))) {
+        BinaryPlistDocument::Object keys;
+        const bool hasKeys = plainField(QLatin1StringView("NS.keys"), &keys);
+        const bool hasValues = plainField(QLatin1StringView("NS.objects"), &v);
+        if (!hasKeys && !hasValues)
+            return QVariantMap();
+        if (!hasKeys || !hasValues || keys.kind != Kind::Array || v.kind != Kind::Array ||
+            keys.count != v.count) {
+            fail(QStringLiteral("an archived dictionary is damaged"));
+            return {};
+        }
+        const QVariant keyList = listFromRefs(keys, coder.m_depth);
+        const QVariant valueList = listFromRefs(v, coder.m_depth);
+        if (failed())
+            return {};
+        const QVariantList k = keyList.toList(), val = valueList.toList();
+        QVariantMap map;
+        for (qsizetype i = 0; i < k.size(); ++i) {
+            if (k[i].metaType().id() != QMetaType::QString) {
+                fail(QStringLiteral("an archived dictionary has a key that is not text"));
+                return {};
+            }
+            map.insert(k[i].toString(), val[i]);
+        }
+        return map;
+    }
+    if (cls == QLatin1StringView("NSString") || cls == QLatin1StringView("NSMutableString")) {
+        if (plainField(QLatin1StringView("NS.string"), &v) && isString(v.kind))
+            return m_doc->stringValue(v);
+        if (plainField(QLatin1StringView("NS.bytes"), &v) && v.kind == Kind::Data)
+            return QString::fromUtf8(m_doc->dataValue(v));
+        fail(QStringLiteral("an archived string is damaged"));
+        return {};
+    }
+    if (cls == QLatin1StringView("NSDate")) {
+        if (plainField(QLatin1StringView("NS.time"), &v) &&
+            (v.kind == Kind::Real || v.kind == Kind::Int)) {
+            bool u = false, ok = true;
+            const double t = v.kind == Kind::Real ? m_doc->realValue(v)
+                                                  : double(m_doc->intValue(v, &u, &ok));
+            const QDateTime d = plistDateFromSeconds(t);
+            if (d.isValid() && ok)
+                return d;
+        }
+        fail(QStringLiteral("an archived date is damaged"));
+        return {};
+    }
+    if (cls.endsWith(QLatin1StringView("Data"))) {
+        if (plainField(QLatin1StringView("NS.data"), &v)) {
+            if (v.kind == Kind::Data)
+                return m_doc->dataValue(v);
+            if (v.kind == Kind::Uid) {
+                const QVariant d = decodeUid(m_doc->uidValue(v), coder.m_depth + 1);
+                if (d.metaType().id() == QMetaType::QByteArray)
+                    return d;
+            }
+        }
+        fail(QStringLiteral("an archived data object is damaged"));
+        return {};
+    }
+    if (cls == QLatin1StringView("NSNull"))
+        return plistNull();
+    fail(QStringLiteral("the archive contains an object of class \u201c%1\u201d, which it may "
+                        "not hold")
+             .arg(cls));
+    return {};
+}
+
+// --- Coder ---
+
+const KeyedUnarchiver::Coder::Field *KeyedUnarchiver::Coder::find(QLatin1StringView key) const
+{
+    const QByteArrayView k(key.data(), key.size());
+    for (const Field &f : m_fields) {
+        if (f.key == k)
+            return &f;
+    }
+    return nullptr;
+}
+
+bool KeyedUnarchiver::Coder::wrongType(QLatin1StringView key, const char *expected)
+{
+    m_owner.fail(QStringLiteral("an object of class \u201c%1\u201d holds something other than %2 "
+                                "under \u201c%3\u201d")
+                     .arg(m_className, QLatin1StringView(expected), key));
+    return false;
+}
+
+QVariant KeyedUnarchiver::Coder::decodeObject(QLatin1StringView key)
+{
+    const Field *f = find(key);
+    if (!f || m_owner.failed())
+        return {};
+    BinaryPlistDocument::Object o;
+    QString why;
+    if (!m_owner.m_doc->object(f->valueRef, &o, &why)) {
+        m_owner.fail(why);
+        return {};
+    }
+    if (o.kind != Kind::Uid) {
+        wrongType(key, "an object reference");
+        return {};
+    }
+    return m_owner.decodeUid(m_owner.m_doc->uidValue(o), m_depth + 1);
+}
+
+bool KeyedUnarchiver::Coder::decodeString(QLatin1StringView key, QString *out)
+{
+    const QVariant v = decodeObject(key);
+    if (m_owner.failed())
+        return false;
+    if (!v.isValid())
+        return true;
+    if (v.metaType().id() != QMetaType::QString)
+        return wrongType(key, "text");
+    *out = v.toString();
+    return true;
+}
+
+bool KeyedUnarchiver::Coder::decodeDate(QLatin1StringView key, QDateTime *out)
+{
+    const QVariant v = decodeObject(key);
+    if (m_owner.failed())
+        return false;
+    if (!v.isValid())
+        return true;
+    if (v.metaType().id() != QMetaType::QDateTime)
+        return wrongType(key, "a date");
+    *out = v.toDateTime();
+    return true;
+}
+
+bool KeyedUnarchiver::Coder::decodeMap(QLatin1StringView key, QVariantMap *out, bool *isNull)
+{
+    const QVariant v = decodeObject(key);
+    if (isNull)
+        *isNull = isPlistNull(v);
+    if (m_owner.failed())
+        return false;
+    if (!v.isValid() || isPlistNull(v))
+        return true;
+    if (v.metaType().id() != QMetaType::QVariantMap)
+        return wrongType(key, "a dictionary");
+    *out = v.toMap();
+    return true;
+}
+
+bool KeyedUnarchiver::Coder::decodeList(QLatin1StringView key, QVariantList *out)
+{
+    const QVariant v = decodeObject(key);
+    if (m_owner.failed())
+        return false;
+    if (!v.isValid())
+        return true;
+    if (v.metaType().id() != QMetaType::QVariantList)
+        return wrongType(key, "a list");
+    *out = v.toList();
+    return true;
+}
+
+qint64 KeyedUnarchiver::Coder::decodeInt64(QLatin1StringView key)
+{
+    const Field *f = find(key);
+    BinaryPlistDocument::Object o;
+    QString why;
+    if (!f || !m_owner.m_doc->object(f->valueRef, &o, &why))
+        return 0;
+    if (o.kind == Kind::Int) {
+        bool u = false, ok = false;
+        const qint64 v = m_owner.m_doc->intValue(o, &u, &ok);
+        return ok ? v : 0;
+    }
+    if (o.kind == Kind::Bool)
+        return m_owner.m_doc->boolValue(o) ? 1 : 0;
+    return 0;
+}
+
+bool KeyedUnarchiver::Coder::decodeBool(QLatin1StringView key)
+{
+    return decodeInt64(key) != 0;
+}
+
+double KeyedUnarchiver::Coder::decodeDouble(QLatin1StringView key)
+{
+    const Field *f = find(key);
+    BinaryPlistDocument::Object o;
+    QString why;
+    if (!f || !m_owner.m_doc->object(f->valueRef, &o, &why))
+        return 0;
+    if (o.kind == Kind::Real)
+        return m_owner.m_doc->realValue(o);
+    return double(decodeInt64(key));
+}
