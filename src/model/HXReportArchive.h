@@ -1,0 +1,33 @@
+#pragma once
+
+#include "HXLogEntry.h"
+#include "HXStatusReport.h"
+#include "HXTestResult.h"
+
+#include <QByteArray>
+#include <QString>
+
+#include <optional>
+
+// The report file's codec: a keyed archive whose root is an HXStatusReport,
+// decoded securely (only the three model classes and property-list values).
+class HXReportArchive
+{
+public:
+    static void registerModelClasses(KeyedUnarchiver &unarchiver);
+
+    // Null, with a clause saying what is wrong in *error, when the data is not
+    // a report archive.
+    static HXStatusReportRef decodeReport(const QByteArray &bytes, QString *error);
+    static QByteArray encodeReport(const HXStatusReport &report);
+
+    static HXTestResultRef decodeTestResult(const QByteArray &bytes, QString *error = nullptr);
+    static HXLogEntryRef decodeLogEntry(const QByteArray &bytes, QString *error = nullptr);
+
+    // Decoded lists checked element by element; nullopt (the unarchiver
+    // failed with a reason) when an element is of another class.
+    static std::optional<HXTestResultList> testResultsFrom(const QVariant &list,
+                                                           KeyedUnarchiver *unarchiver);
+    static std::optional<HXLogEntryList> logEntriesFrom(const QVariant &list,
+                                                        KeyedUnarchiver *unarchiver);
+};

@@ -1,0 +1,240 @@
+#include "HXStatusReporter.h"
+
+#include "AtomicFileWriter.h"
+#include "HXConstants.h"
+#include "HXDirectoryWatcher.h"
+#include "HXDistributedNotificationCenter.h"
+#include "HXNotificationCenter.h"
+#include "HXProductPaths.h"
+#include "HXReportArchive.h"
+#include "HXSystemLog.h"
+#include "KeyedArchiver.h"
+
+#include <QCoreApplication>
+#include <QFile>
+#include <QFileInfo>
+#include <QThread>
+
+namespace {
+// Every user, and the worker, may rewrite the report.
+constexpr mode_t kReportMode = 0777;
+const QString kReportGroup = QStringLiteral("users");
+} // namespace
+
+HXStatusReporter *HXStatusReporter::sharedReporter()
+{
+    static HXStatusReporter *shared = [] {
+        auto make = [] {
+            return new HXStatusReporter(Options{HXProductPaths::reportFile(),
+                                                &HXNotificationCenter::defaultCenter(), nullptr,
+                                                true});
+        };
+        QCoreApplication *app = QCoreApplication::instance();
+        if (!app || QThread::currentThread() == app->thread())
+            return make();
+        HXStatusReporter *made = nullptr;
+        QMetaObject::invokeMethod(app, [&] { made = make(); }, Qt::BlockingQueuedConnection);
+        return made;
+    }();
+    return shared;
+}
+
+HXStatusReporter::HXStatusReporter(const Options &options, QObject *parent)
+    : QObject(parent)
+    , m_options(options)
+{
+    loadStatusFile();
+    if (m_options.watch)
+        startWatchingReportFile();
+}
+
+HXStatusReporter::~HXStatusReporter()
+{
+    stopWatchingReportFile();
+}
+
+HXStatusReportRef HXStatusReporter::report() const
+{
+    QMutexLocker lock(&m_lock);
+    return m_report;
+}
+
+void HXStatusReporter::setReport(const HXStatusReportRef &report)
+{
+    {
+        QMutexLocker lock(&m_lock);
+        willChangeValueForKey(QStringLiteral("report"));
+        m_report = report;
+        didChangeValueForKey(QStringLiteral("report"));
+    }
+    if (m_options.notificationCenter)
+        m_options.notificationCenter->post(HXStatusReportDidChangeNotification, this);
+    Q_EMIT reportChanged();
+}
+
+QString HXStatusReporter::lastLoadError() const
+{
+    QMutexLocker lock(&m_lock);
+    return m_lastLoadError;
+}
+
+bool HXStatusReporter::loadStatusFile()
+{
+    QMutexLocker lock(&m_lock);
+    if (QThread::currentThread() == thread())
+        return loadInPlace();
+    // The main thread must never wait for this lock while we wait for it.
+    bool ok = false;
+    QMetaObject::invokeMethod(this, [&] { ok = loadInPlace(); }, Qt::BlockingQueuedConnection);
+    return ok;
+}
+
+bool HXStatusReporter::loadInPlace()
+{
+    QMutexLocker lock(&m_lock);
+    const QString path = m_options.reportPath;
+    QFile file(path);
+    if (!file.exists()) {
+        // No report yet: observers see the report go, then an empty one.
+        setReport(nullptr);
+        setReport(HXStatusReport::report());
+        m_lastLoadError.clear();
+        return true;
+    }
+    if (!file.open(QIODevice::ReadOnly)) {
+        failLoad(file.errorString());
+        return false;
+    }
+    if (file.size() > kMaxReportFileSize) {
+        failLoad(QStringLiteral("the file is %1 MB, far larger than any report")
+                     .arg(file.size() / (1024 * 1024)));
+        return false;
+    }
+    const QByteArray bytes = file.readAll();
+    file.close();
+    QString why;
+    HXStatusReportRef decoded = HXReportArchive::decodeReport(bytes, &why);
+    if (!decoded) {
+        failLoad(why);
+        return false;
+    }
+    m_lastLoadError.clear();
+    setReport(decoded);
+    return true;
+}
+
+void HXStatusReporter::failLoad(const QString &reason)
+{
+    const QString sentence =
+        QStringLiteral("The status report %1 could not be read: %2. The last report that could "
+                       "be read is still shown.")
+            .arg(m_options.reportPath, reason);
+    m_lastLoadError = sentence;
+    HXSystemLog::write(sentence);
+    if (!m_report)
+        setReport(HXStatusReport::report());
+    if (m_options.notificationCenter)
+        m_options.notificationCenter->post(HXStatusReportLoadDidFailNotification, this,
+                                           {{HXStatusReportLoadErrorKey, sentence}});
+    Q_EMIT reportLoadFailed(sentence);
+}
+
+bool HXStatusReporter::writeStatusFile()
+{
+    const HXStatusReportRef current = report();
+    if (!current)
+        return false;
+    const QByteArray bytes = HXReportArchive::encodeReport(*current);
+    const QString path = m_options.reportPath;
+    const AtomicFileWriter::Result r = AtomicFileWriter::write(path, bytes, kReportMode, kReportGroup);
+    if (!r.written) {
+        HXSystemLog::write(
+            QStringLiteral("There was an error writing the report file to the path: '%1'").arg(path));
+        HXSystemLog::write(r.writeError);
+        return false;
+    }
+    if (!r.attributeError.isEmpty())
+        HXSystemLog::write(r.attributeError);
+    return true;
+}
+
+void HXStatusReporter::startWatchingReportFile()
+{
+    stopWatchingReportFile();
+    m_watcher = new HXDirectoryWatcher(this);
+    const QString folder = QFileInfo(m_options.reportPath).absolutePath();
+    m_watcher->watchFile(folder, [this](const QString &) { loadStatusFile(); });
+}
+
+void HXStatusReporter::stopWatchingReportFile()
+{
+    delete m_watcher;
+    m_watcher = nullptr;
+}
+
+void HXStatusReporter::recordTestResult(const HXTestResultRef &result)
+{
+    QMutexLocker lock(&m_lock);
+    const HXStatusReportRef current = m_report;
+    current->recordTestResult(result);
+    current->logTestResult(result);
+}
+
+void HXStatusReporter::clearReportLog()
+{
+    report()->setLog({});
+    writeStatusFile();
+}
+
+void HXStatusReporter::clearReport()
+{
+    const HXStatusReportRef current = report();
+    current->setTestResults({});
+    current->setLog({});
+    writeStatusFile();
+}
+
+void HXStatusReporter::postErrorNotificationWithTestResult(const HXTestResultRef &result)
+{
+    if (!result)
+        return;
+    // The result's values for its key paths; a missing value travels as the
+    // null object, as a dictionary cannot hold nothing.
+    QVariantMap values;
+    const QStringList keys = result->keyPaths();
+    for (const QString &key : keys) {
+        const QVariant v = result->valueForKey(key);
+        values.insert(key, v.isValid() ? v : QVariant::fromValue(nullptr));
+    }
+    KeyedArchiver archiver;
+    postErrorNotificationWithUserInfo(
+        {{HXDistributedNotificationUserInfoArchivedDataKey, archiver.archiveRootValue(values)}});
+}
+
+void HXStatusReporter::postErrorNotificationWithUserInfo(const QVariantMap &userInfo)
+{
+    if (!m_options.distributedCenter) {
+        HXSystemLog::write(QStringLiteral("No distributed notification centre: \"%1\" was not "
+                                          "broadcast")
+                               .arg(HXDTestFoundErrorNotification));
+        return;
+    }
+    m_options.distributedCenter->postNotification(HXDTestFoundErrorNotification,
+                                                  QStringLiteral("HXStatusReporter"), userInfo,
+                                                  true);
+}
+
+void HXStatusReporter::setDistributedNotificationCenter(HXDistributedNotificationCenter *center)
+{
+    m_options.distributedCenter = center;
+}
+
+QVariant HXStatusReporter::valueForKey(const QString &key) const
+{
+    if (key != QLatin1String("report"))
+        return {};
+    const HXStatusReportRef r = report();
+    if (!r)
+        return {};
+    return QVariant::fromValue(HXObjectRef(r));
+}
