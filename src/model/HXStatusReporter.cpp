@@ -55,18 +55,18 @@ HXStatusReporter::~HXStatusReporter()
 
 HXStatusReportRef HXStatusReporter::report() const
 {
-    QMutexLocker lock(&m_lock);
+    QMutexLocker lock(&m_reportMutex);
     return m_report;
 }
 
 void HXStatusReporter::setReport(const HXStatusReportRef &report)
 {
+    willChangeValueForKey(QStringLiteral("report"));
     {
-        QMutexLocker lock(&m_lock);
-        willChangeValueForKey(QStringLiteral("report"));
+        QMutexLocker lock(&m_reportMutex);
         m_report = report;
-        didChangeValueForKey(QStringLiteral("report"));
     }
+    didChangeValueForKey(QStringLiteral("report"));
     if (m_options.notificationCenter)
         m_options.notificationCenter->post(HXStatusReportDidChangeNotification, this);
     Q_EMIT reportChanged();
@@ -74,7 +74,7 @@ void HXStatusReporter::setReport(const HXStatusReportRef &report)
 
 QString HXStatusReporter::lastLoadError() const
 {
-    QMutexLocker lock(&m_lock);
+    QMutexLocker lock(&m_reportMutex);
     return m_lastLoadError;
 }
 
@@ -89,16 +89,17 @@ bool HXStatusReporter::loadStatusFile()
     return ok;
 }
 
+// Runs on the reporter's thread, possibly while another thread holds m_lock
+// and waits for it: so no m_lock here.
 bool HXStatusReporter::loadInPlace()
 {
-    QMutexLocker lock(&m_lock);
     const QString path = m_options.reportPath;
     QFile file(path);
     if (!file.exists()) {
         // No report yet: observers see the report go, then an empty one.
         setReport(nullptr);
         setReport(HXStatusReport::report());
-        m_lastLoadError.clear();
+        setLastLoadError(QString());
         return true;
     }
     if (!file.open(QIODevice::ReadOnly)) {
@@ -118,9 +119,15 @@ bool HXStatusReporter::loadInPlace()
         failLoad(why);
         return false;
     }
-    m_lastLoadError.clear();
+    setLastLoadError(QString());
     setReport(decoded);
     return true;
+}
+
+void HXStatusReporter::setLastLoadError(const QString &sentence)
+{
+    QMutexLocker lock(&m_reportMutex);
+    m_lastLoadError = sentence;
 }
 
 void HXStatusReporter::failLoad(const QString &reason)
@@ -129,9 +136,9 @@ void HXStatusReporter::failLoad(const QString &reason)
         QStringLiteral("The status report %1 could not be read: %2. The last report that could "
                        "be read is still shown.")
             .arg(m_options.reportPath, reason);
-    m_lastLoadError = sentence;
+    setLastLoadError(sentence);
     HXSystemLog::write(sentence);
-    if (!m_report)
+    if (!report())
         setReport(HXStatusReport::report());
     if (m_options.notificationCenter)
         m_options.notificationCenter->post(HXStatusReportLoadDidFailNotification, this,
@@ -175,7 +182,7 @@ void HXStatusReporter::stopWatchingReportFile()
 void HXStatusReporter::recordTestResult(const HXTestResultRef &result)
 {
     QMutexLocker lock(&m_lock);
-    const HXStatusReportRef current = m_report;
+    const HXStatusReportRef current = report();
     current->recordTestResult(result);
     current->logTestResult(result);
 }

@@ -86,9 +86,14 @@ protected:
 private:
     bool loadInPlace();
     void failLoad(const QString &reason);
+    void setLastLoadError(const QString &sentence);
 
     Options m_options;
+    // The reporter's monitor, held around loads and recordings; the report
+    // pointer itself has a lock of its own so that a load running on the
+    // reporter's thread never needs the monitor its caller may hold.
     mutable QRecursiveMutex m_lock;
+    mutable QMutex m_reportMutex;
     HXStatusReportRef m_report;
     HXDirectoryWatcher *m_watcher = nullptr;
     QString m_lastLoadError;
