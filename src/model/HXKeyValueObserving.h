@@ -82,5 +82,7 @@ QString HXDescribeValue(const QVariant &value, int indent = 0);
 // Lists of model objects travel through valueForKey() as this type.
 using HXObjectRef = std::shared_ptr<HXKeyValueObservable>;
 using HXObjectList = QList<HXObjectRef>;
+// A shared_ptr moves as plain bytes; saying so lets QVariant hold it inline.
+Q_DECLARE_TYPEINFO(HXObjectRef, Q_RELOCATABLE_TYPE);
 Q_DECLARE_METATYPE(HXObjectRef)
 Q_DECLARE_METATYPE(HXObjectList)

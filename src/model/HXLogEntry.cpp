@@ -396,11 +396,8 @@ QVariant HXLogEntry::decodeWithCoder(KeyedUnarchiver::Coder &coder)
         !coder.decodeString(QLatin1StringView("type"), &e->m_type) ||
         !coder.decodeString(QLatin1StringView("string"), &e->m_string))
         return {};
-    const QVariant children = coder.decodeObject(QLatin1StringView("children"));
-    if (coder.unarchiver().failed())
-        return {};
-    if (children.isValid()) {
-        auto list = HXReportArchive::logEntriesFrom(children, &coder.unarchiver());
+    if (coder.hasObject(QLatin1StringView("children"))) {
+        auto list = HXReportArchive::logEntriesUnder(coder, QLatin1StringView("children"));
         if (!list)
             return {};
         e->m_children = std::move(*list);

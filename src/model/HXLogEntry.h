@@ -91,4 +91,6 @@ private:
     bool m_leaf = true;
     bool m_isFile = false;
 };
+// A shared_ptr moves as plain bytes; saying so lets QVariant hold it inline.
+Q_DECLARE_TYPEINFO(HXLogEntryRef, Q_RELOCATABLE_TYPE);
 Q_DECLARE_METATYPE(HXLogEntryRef)

@@ -53,7 +53,43 @@ std::optional<QList<std::shared_ptr<T>>> typedList(const QVariant &list,
     return out;
 }
 
+template<class T>
+std::optional<QList<std::shared_ptr<T>>> typedListUnder(KeyedUnarchiver::Coder &coder,
+                                                       QLatin1StringView key, const char *what)
+{
+    QList<std::shared_ptr<T>> out;
+    const bool ok = coder.forEachInList(key, [&](QVariant &&item) {
+        if (item.metaType() != QMetaType::fromType<std::shared_ptr<T>>()) {
+            coder.unarchiver().fail(QStringLiteral("a list of %1 holds something else")
+                                        .arg(QLatin1StringView(what)));
+            return false;
+        }
+        out.append(*static_cast<const std::shared_ptr<T> *>(item.constData()));
+        return true;
+    });
+    if (!ok || coder.unarchiver().failed()) {
+        if (!coder.unarchiver().failed())
+            coder.unarchiver().fail(QStringLiteral("the archive holds something other than a "
+                                                   "list of %1")
+                                        .arg(QLatin1StringView(what)));
+        return std::nullopt;
+    }
+    return out;
+}
+
 } // namespace
+
+std::optional<HXTestResultList> HXReportArchive::testResultsUnder(KeyedUnarchiver::Coder &coder,
+                                                                  QLatin1StringView key)
+{
+    return typedListUnder<HXTestResult>(coder, key, "test results");
+}
+
+std::optional<HXLogEntryList> HXReportArchive::logEntriesUnder(KeyedUnarchiver::Coder &coder,
+                                                               QLatin1StringView key)
+{
+    return typedListUnder<HXLogEntry>(coder, key, "log entries");
+}
 
 HXStatusReportRef HXReportArchive::decodeReport(const QByteArray &bytes, QString *error)
 {

@@ -30,4 +30,11 @@ public:
                                                            KeyedUnarchiver *unarchiver);
     static std::optional<HXLogEntryList> logEntriesFrom(const QVariant &list,
                                                         KeyedUnarchiver *unarchiver);
+
+    // The list under `key` read straight into typed lists; nullopt when the
+    // archive failed. A missing key gives an empty list.
+    static std::optional<HXTestResultList> testResultsUnder(KeyedUnarchiver::Coder &coder,
+                                                            QLatin1StringView key);
+    static std::optional<HXLogEntryList> logEntriesUnder(KeyedUnarchiver::Coder &coder,
+                                                         QLatin1StringView key);
 };

@@ -2,6 +2,8 @@
 
 #include "HXConstants.h"
 
+#include <QHash>
+
 const std::array<HXTestDescriptor, HXTestCount> &HXTestTable()
 {
     static const std::array<HXTestDescriptor, HXTestCount> table{{
@@ -123,15 +125,21 @@ void HXStatusBoard::rebuild(const HXStatusReportRef &report)
 
     const HXTestResultList results = report->testResults();
     const auto &table = HXTestTable();
+    static const QHash<QString, const HXTestDescriptor *> exactNames = [&table] {
+        QHash<QString, const HXTestDescriptor *> h;
+        for (const HXTestDescriptor &d : table)
+            h.insert(d.testName, &d);
+        return h;
+    }();
     for (qsizetype i = 0; i < results.size(); ++i) {
         const HXTestResultRef &r = results[i];
         const QString name = r->name();
-        const HXTestDescriptor *match = nullptr;
-        for (const HXTestDescriptor &d : table) {
-            if (name.contains(d.testName)) {
-                match = &d;
-                break;
-            }
+        // Nearly every name is exactly a test's name, and no test's name
+        // holds an earlier one's, so an exact match is the table-order match.
+        const HXTestDescriptor *match = exactNames.value(name, nullptr);
+        for (auto it = table.begin(); !match && it != table.end(); ++it) {
+            if (name.contains(it->testName))
+                match = &*it;
         }
         if (!match)
             continue;

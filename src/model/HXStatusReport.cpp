@@ -453,23 +453,14 @@ void HXStatusReport::encodeWithArchiver(KeyedArchiver &archiver) const
 QVariant HXStatusReport::decodeWithCoder(KeyedUnarchiver::Coder &coder)
 {
     auto report = std::make_shared<HXStatusReport>();
-    KeyedUnarchiver &u = coder.unarchiver();
     // A missing list is an empty one, never an absent one.
-    const QVariant results = coder.decodeObject(QLatin1StringView("testResults"));
-    if (results.isValid()) {
-        auto list = HXReportArchive::testResultsFrom(results, &u);
-        if (!list)
-            return {};
-        *report->m_testResults = std::move(*list);
-    }
-    const QVariant log = coder.decodeObject(QLatin1StringView("log"));
-    if (log.isValid()) {
-        auto list = HXReportArchive::logEntriesFrom(log, &u);
-        if (!list)
-            return {};
-        *report->m_log = std::move(*list);
-    }
-    if (u.failed())
+    auto results = HXReportArchive::testResultsUnder(coder, QLatin1StringView("testResults"));
+    if (!results)
         return {};
+    auto log = HXReportArchive::logEntriesUnder(coder, QLatin1StringView("log"));
+    if (!log)
+        return {};
+    *report->m_testResults = std::move(*results);
+    *report->m_log = std::move(*log);
     return QVariant::fromValue(report);
 }

@@ -94,4 +94,6 @@ private:
     std::shared_ptr<HXTestResultList> m_testResults;
     std::shared_ptr<HXLogEntryList> m_log;
 };
+// A shared_ptr moves as plain bytes; saying so lets QVariant hold it inline.
+Q_DECLARE_TYPEINFO(HXStatusReportRef, Q_RELOCATABLE_TYPE);
 Q_DECLARE_METATYPE(HXStatusReportRef)

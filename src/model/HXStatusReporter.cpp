@@ -43,6 +43,8 @@ HXStatusReporter::HXStatusReporter(const Options &options, QObject *parent)
     : QObject(parent)
     , m_options(options)
 {
+    // One thread is plenty: releases are rare and must not pile up.
+    m_releasePool.setMaxThreadCount(1);
     loadStatusFile();
     if (m_options.watch)
         startWatchingReportFile();
@@ -51,6 +53,7 @@ HXStatusReporter::HXStatusReporter(const Options &options, QObject *parent)
 HXStatusReporter::~HXStatusReporter()
 {
     stopWatchingReportFile();
+    m_releasePool.waitForDone();
 }
 
 HXStatusReportRef HXStatusReporter::report() const
@@ -61,15 +64,28 @@ HXStatusReportRef HXStatusReporter::report() const
 
 void HXStatusReporter::setReport(const HXStatusReportRef &report)
 {
+    HXStatusReportRef replaced;
     willChangeValueForKey(QStringLiteral("report"));
     {
         QMutexLocker lock(&m_reportMutex);
-        m_report = report;
+        replaced = std::exchange(m_report, report);
     }
     didChangeValueForKey(QStringLiteral("report"));
     if (m_options.notificationCenter)
         m_options.notificationCenter->post(HXStatusReportDidChangeNotification, this);
     Q_EMIT reportChanged();
+    releaseElsewhere(std::move(replaced));
+}
+
+// Freeing a report of ten thousand results takes longer than decoding half
+// of one. Nobody here needs the replaced report any more (observers that
+// still do hold their own reference), so its last reference is dropped on a
+// worker thread, off the interface thread.
+void HXStatusReporter::releaseElsewhere(HXStatusReportRef report)
+{
+    if (!report || report.use_count() > 1)
+        return;
+    m_releasePool.start([doomed = std::move(report)]() mutable { doomed.reset(); });
 }
 
 QString HXStatusReporter::lastLoadError() const

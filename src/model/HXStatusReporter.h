@@ -6,6 +6,7 @@
 #include <QObject>
 #include <QRecursiveMutex>
 #include <QString>
+#include <QThreadPool>
 
 class HXDirectoryWatcher;
 class HXDistributedNotificationCenter;
@@ -87,6 +88,7 @@ private:
     bool loadInPlace();
     void failLoad(const QString &reason);
     void setLastLoadError(const QString &sentence);
+    void releaseElsewhere(HXStatusReportRef report);
 
     Options m_options;
     // The reporter's monitor, held around loads and recordings; the report
@@ -97,4 +99,5 @@ private:
     HXStatusReportRef m_report;
     HXDirectoryWatcher *m_watcher = nullptr;
     QString m_lastLoadError;
+    QThreadPool m_releasePool;
 };

@@ -68,4 +68,6 @@ private:
     QVariant m_testInfo;
     bool m_isIgnored = false;
 };
+// A shared_ptr moves as plain bytes; saying so lets QVariant hold it inline.
+Q_DECLARE_TYPEINFO(HXTestResultRef, Q_RELOCATABLE_TYPE);
 Q_DECLARE_METATYPE(HXTestResultRef)

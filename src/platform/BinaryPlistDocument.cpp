@@ -23,27 +23,6 @@ bool fail(QString *error, const QString &why)
 
 } // namespace
 
-quint64 BinaryPlistDocument::readUnsigned(qsizetype at, int width) const
-{
-    const auto *p = reinterpret_cast<const uchar *>(m_bytes.constData()) + at;
-    switch (width) {
-    case 1:
-        return *p;
-    case 2:
-        return qFromBigEndian<quint16>(p);
-    case 4:
-        return qFromBigEndian<quint32>(p);
-    case 8:
-        return qFromBigEndian<quint64>(p);
-    default: {
-        quint64 v = 0;
-        for (int i = 0; i < width; ++i)
-            v = (v << 8) | p[i];
-        return v;
-    }
-    }
-}
-
 std::optional<BinaryPlistDocument> BinaryPlistDocument::open(const QByteArray &bytes,
                                                              QString *error)
 {
@@ -161,8 +140,11 @@ bool BinaryPlistDocument::object(quint64 ref, Object *out, QString *error) const
     case 0x6: {
         if (!readCount())
             return bad();
+        // No division on this path: count is first bounded by the bytes left
+        // (less than 2^63), so the product cannot overflow.
+        const quint64 left = limit - quint64(pos);
         const quint64 unit = high == 0x6 ? 2 : 1;
-        if (o.count > (limit - quint64(pos)) / unit)
+        if (o.count > left || o.count * unit > left)
             return fail(error, QStringLiteral("a string or data object claims more bytes than "
                                               "the property list holds"));
         o.kind = high == 0x4 ? Kind::Data : high == 0x5 ? Kind::AsciiString : Kind::Utf16String;
@@ -178,8 +160,9 @@ bool BinaryPlistDocument::object(quint64 ref, Object *out, QString *error) const
     case 0xD: {
         if (!readCount())
             return bad();
+        const quint64 left = limit - quint64(pos);
         const quint64 perElement = quint64(m_refSize) * (high == 0xD ? 2 : 1);
-        if (o.count > (limit - quint64(pos)) / perElement)
+        if (o.count > left || o.count * perElement > left)
             return fail(error, QStringLiteral("a container claims more elements than the "
                                               "property list holds"));
         o.kind = high == 0xA ? Kind::Array : high == 0xC ? Kind::Set : Kind::Dict;

@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QString>
+#include <QtEndian>
 
 #include <optional>
 
@@ -73,7 +74,26 @@ public:
     }
 
 private:
-    quint64 readUnsigned(qsizetype at, int width) const;
+    quint64 readUnsigned(qsizetype at, int width) const
+    {
+        const auto *p = reinterpret_cast<const uchar *>(m_bytes.constData()) + at;
+        switch (width) {
+        case 1:
+            return *p;
+        case 2:
+            return qFromBigEndian<quint16>(p);
+        case 4:
+            return qFromBigEndian<quint32>(p);
+        case 8:
+            return qFromBigEndian<quint64>(p);
+        default: {
+            quint64 v = 0;
+            for (int i = 0; i < width; ++i)
+                v = (v << 8) | p[i];
+            return v;
+        }
+        }
+    }
 
     QByteArray m_bytes;
     quint64 m_objectCount = 0;

@@ -5,6 +5,8 @@
 
 #include <QDateTime>
 
+#include <cstring>
+
 using Kind = BinaryPlistDocument::Kind;
 
 namespace {
@@ -12,21 +14,6 @@ namespace {
 bool isString(Kind k)
 {
     return k == Kind::AsciiString || k == Kind::Utf16String;
-}
-
-bool isValueClass(const QString &cls, KeyedUnarchiver::Mode mode)
-{
-    static const QSet<QString> secure{
-        QStringLiteral("NSString"),     QStringLiteral("NSMutableString"),
-        QStringLiteral("NSDate"),       QStringLiteral("NSData"),
-        QStringLiteral("NSMutableData"), QStringLiteral("NSArray"),
-        QStringLiteral("NSMutableArray"), QStringLiteral("NSDictionary"),
-        QStringLiteral("NSMutableDictionary"), QStringLiteral("NSNull"),
-    };
-    static const QSet<QString> extra{QStringLiteral("NSSet"), QStringLiteral("NSMutableSet"),
-                                     QStringLiteral("NSOrderedSet"),
-                                     QStringLiteral("NSMutableOrderedSet")};
-    return secure.contains(cls) || (mode == KeyedUnarchiver::Mode::Permissive && extra.contains(cls));
 }
 
 } // namespace
@@ -90,8 +77,8 @@ bool KeyedUnarchiver::open(const QByteArray &bytes)
         fail(QStringLiteral("the property list is not a keyed archive"));
         return false;
     }
-    m_decoded.assign(size_t(m_objects.count), QVariant());
-    m_state.assign(size_t(m_objects.count), 0);
+    m_decoded.clear();
+    m_state.assign(size_t(m_objects.count), New);
     return true;
 }
 
@@ -168,10 +155,11 @@ QVariant KeyedUnarchiver::decodeUid(quint64 uid, int depth)
     }
     if (uid == 0)
         return {}; // "$null"
-    switch (m_state[uid]) {
-    case 2:
-        return m_decoded[uid];
-    case 1:
+    const quint8 state = m_state[uid];
+    switch (state) {
+    case Cached:
+        return m_decoded.value(uid);
+    case Decoding:
         fail(QStringLiteral("the archive contains an object that contains itself"));
         return {};
     default:
@@ -187,44 +175,66 @@ QVariant KeyedUnarchiver::decodeUid(quint64 uid, int depth)
         fail(why);
         return {};
     }
-    m_state[uid] = 1;
+    m_state[uid] = Decoding;
+    m_decodedRegistered = false;
     QVariant v = decodeEntry(uid, o, depth);
-    m_state[uid] = 2;
     if (failed())
         return {};
-    m_decoded[uid] = v;
+    // Objects of registered classes keep their identity, so they are kept
+    // from the first time. Anything else is kept once it is met a second
+    // time: most values are referenced once, and a value referenced many
+    // times is still decoded at most twice.
+    if (m_decodedRegistered || state == SeenOnce) {
+        m_state[uid] = Cached;
+        m_decoded.insert(uid, v);
+    } else {
+        m_state[uid] = SeenOnce;
+    }
     return v;
 }
 
 bool KeyedUnarchiver::loadFields(const BinaryPlistDocument::Object &dict, Coder *coder)
 {
-    QString why;
-    coder->m_fields.reserve(size_t(dict.count));
+    coder->m_fields.reserve(qsizetype(dict.count));
     for (quint64 i = 0; i < dict.count; ++i) {
-        BinaryPlistDocument::Object key;
-        if (!m_doc->object(m_doc->reference(dict, i), &key, &why)) {
-            fail(why);
+        QByteArrayView view;
+        if (!keyView(m_doc->reference(dict, i), &view))
             return false;
-        }
-        if (!isString(key.kind)) {
-            fail(QStringLiteral("a key of an archived object is not a string"));
-            return false;
-        }
-        // Keys are ASCII in every archive Foundation writes; others cannot match.
-        const QByteArrayView view =
-            key.kind == Kind::AsciiString ? m_doc->asciiView(key) : QByteArrayView();
         coder->m_fields.push_back({view, m_doc->reference(dict, dict.count + i)});
     }
     return true;
 }
 
-std::optional<QString> KeyedUnarchiver::resolveClass(quint64 classUid)
+bool KeyedUnarchiver::keyView(quint64 bplistRef, QByteArrayView *out)
 {
-    if (auto it = m_classNames.constFind(classUid); it != m_classNames.cend())
-        return *it;
-    auto broken = [this]() -> std::optional<QString> {
+    KeySlot &slot = m_keys[bplistRef % m_keys.size()];
+    if (slot.ref == bplistRef) {
+        *out = slot.view;
+        return true;
+    }
+    BinaryPlistDocument::Object key;
+    QString why;
+    if (!m_doc->object(bplistRef, &key, &why)) {
+        fail(why);
+        return false;
+    }
+    if (!isString(key.kind)) {
+        fail(QStringLiteral("a key of an archived object is not a string"));
+        return false;
+    }
+    // Keys are ASCII in every archive Foundation writes; others cannot match.
+    *out = key.kind == Kind::AsciiString ? m_doc->asciiView(key) : QByteArrayView();
+    slot = {bplistRef, *out};
+    return true;
+}
+
+const KeyedUnarchiver::ClassInfo *KeyedUnarchiver::resolveClass(quint64 classUid)
+{
+    if (auto it = m_classes.find(classUid); it != m_classes.end())
+        return &it->second;
+    auto broken = [this]() -> const ClassInfo * {
         fail(QStringLiteral("an archived object has a damaged class record"));
-        return std::nullopt;
+        return nullptr;
     };
     if (classUid == 0 || classUid >= m_objects.count)
         return broken();
@@ -255,24 +265,54 @@ std::optional<QString> KeyedUnarchiver::resolveClass(quint64 classUid)
     }
     if (name.isEmpty())
         return broken();
-    auto known = [this](const QString &c) { return m_decoders.contains(c) || isValueClass(c, m_mode); };
-    QString resolved = name;
-    if (!known(name)) {
+
+    static const QHash<QString, ValueKind> secureValueClasses{
+        {QStringLiteral("NSString"), ValueKind::String},
+        {QStringLiteral("NSMutableString"), ValueKind::String},
+        {QStringLiteral("NSDate"), ValueKind::Date},
+        {QStringLiteral("NSData"), ValueKind::Data},
+        {QStringLiteral("NSMutableData"), ValueKind::Data},
+        {QStringLiteral("NSArray"), ValueKind::List},
+        {QStringLiteral("NSMutableArray"), ValueKind::List},
+        {QStringLiteral("NSDictionary"), ValueKind::Dictionary},
+        {QStringLiteral("NSMutableDictionary"), ValueKind::Dictionary},
+        {QStringLiteral("NSNull"), ValueKind::Null},
+    };
+    // Only for inspecting foreign archives: sets read as lists.
+    static const QHash<QString, ValueKind> permissiveExtras{
+        {QStringLiteral("NSSet"), ValueKind::List},
+        {QStringLiteral("NSMutableSet"), ValueKind::List},
+        {QStringLiteral("NSOrderedSet"), ValueKind::List},
+        {QStringLiteral("NSMutableOrderedSet"), ValueKind::List},
+    };
+    auto lookUp = [&](const QString &c) -> std::optional<ClassInfo> {
+        if (auto it = m_decoders.constFind(c); it != m_decoders.cend())
+            return ClassInfo{c, ValueKind::Registered, &*it};
+        if (auto it = secureValueClasses.constFind(c); it != secureValueClasses.cend())
+            return ClassInfo{c, *it, nullptr};
+        if (m_mode == Mode::Permissive) {
+            if (auto it = permissiveExtras.constFind(c); it != permissiveExtras.cend())
+                return ClassInfo{c, *it, nullptr};
+        }
+        return std::nullopt;
+    };
+
+    std::optional<ClassInfo> info = lookUp(name);
+    if (!info) {
         if (m_mode == Mode::Secure) {
             fail(QStringLiteral("the archive contains an object of class \u201c%1\u201d, which it "
                                 "may not hold")
                      .arg(name.left(100)));
-            return std::nullopt;
+            return nullptr;
         }
         for (const QString &c : std::as_const(chain)) {
-            if (known(c)) {
-                resolved = c;
+            if ((info = lookUp(c)))
                 break;
-            }
         }
+        if (!info)
+            info = ClassInfo{name, ValueKind::Fields, nullptr};
     }
-    m_classNames.insert(classUid, resolved);
-    return resolved;
+    return &m_classes.emplace(classUid, std::move(*info)).first->second;
 }
 
 QVariant KeyedUnarchiver::decodeEntry(quint64 uid, const BinaryPlistDocument::Object &o, int depth)
@@ -323,18 +363,21 @@ QVariant KeyedUnarchiver::decodeEntry(quint64 uid, const BinaryPlistDocument::Ob
         fail(QStringLiteral("an archived object has a damaged class record"));
         return {};
     }
-    const std::optional<QString> name = resolveClass(m_doc->uidValue(cls));
-    if (!name)
+    const ClassInfo *info = resolveClass(m_doc->uidValue(cls));
+    if (!info)
         return {};
-    coder.m_className = *name;
-    if (auto it = m_decoders.constFind(*name); it != m_decoders.cend())
-        return (*it)(coder);
-    if (isValueClass(*name, m_mode))
-        return decodeValueClass(*name, coder);
+    coder.m_className = info->name;
+    if (info->kind == ValueKind::Registered) {
+        QVariant v = (*info->decoder)(coder);
+        m_decodedRegistered = true; // set after the decoder, which may decode others
+        return v;
+    }
+    if (info->kind != ValueKind::Fields)
+        return decodeValueClass(info->kind, coder);
 
     // Permissive: a class nobody here knows, kept as its fields.
     QVariantMap fields;
-    fields.insert(QStringLiteral("$class"), *name);
+    fields.insert(QStringLiteral("$class"), info->name);
     for (const Coder::Field &f : coder.m_fields) {
         if (f.key == "$class")
             continue;
@@ -345,10 +388,10 @@ QVariant KeyedUnarchiver::decodeEntry(quint64 uid, const BinaryPlistDocument::Ob
     return fields;
 }
 
-QVariant KeyedUnarchiver::listFromRefs(const BinaryPlistDocument::Object &array, int depth)
+template<class Take>
+bool KeyedUnarchiver::forEachReferenced(const BinaryPlistDocument::Object &array, int depth,
+                                        Take &&take)
 {
-    QVariantList list;
-    list.reserve(qsizetype(array.count));
     for (quint64 i = 0; i < array.count && !failed(); ++i) {
         BinaryPlistDocument::Object e;
         QString why;
@@ -366,12 +409,25 @@ QVariant KeyedUnarchiver::listFromRefs(const BinaryPlistDocument::Object &array,
             fail(QStringLiteral("an archived collection holds a nil object"));
             break;
         }
-        list.append(std::move(v));
+        if (!take(std::move(v)))
+            break;
     }
-    return failed() ? QVariant() : QVariant(list);
+    return !failed();
 }
 
-QVariant KeyedUnarchiver::decodeValueClass(const QString &cls, Coder &coder)
+QVariant KeyedUnarchiver::listFromRefs(const BinaryPlistDocument::Object &array, int depth)
+{
+    QVariantList list;
+    list.reserve(qsizetype(array.count));
+    if (!forEachReferenced(array, depth, [&](QVariant &&v) {
+            list.append(std::move(v));
+            return true;
+        }))
+        return {};
+    return list;
+}
+
+QVariant KeyedUnarchiver::decodeValueClass(ValueKind kind, Coder &coder)
 {
     QString why;
     auto plainField = [&](QLatin1StringView key, BinaryPlistDocument::Object *out) {
@@ -379,7 +435,8 @@ QVariant KeyedUnarchiver::decodeValueClass(const QString &cls, Coder &coder)
         return f && m_doc->object(f->valueRef, out, &why);
     };
     BinaryPlistDocument::Object v;
-    if (cls.endsWith(QLatin1StringView("Array")) || cls.endsWith(QLatin1StringView("Set"))) {
+    switch (kind) {
+    case ValueKind::List:
         if (!plainField(QLatin1StringView("NS.objects"), &v))
             return QVariantList();
         if (v.kind != Kind::Array) {
@@ -387,8 +444,7 @@ QVariant KeyedUnarchiver::decodeValueClass(const QString &cls, Coder &coder)
             return {};
         }
         return listFromRefs(v, coder.m_depth);
-    }
-    if (cls.endsWith(QLatin1StringView("Dictionary"))) {
+    case ValueKind::Dictionary: {
         BinaryPlistDocument::Object keys;
         const bool hasKeys = plainField(QLatin1StringView("NS.keys"), &keys);
         const bool hasValues = plainField(QLatin1StringView("NS.objects"), &v);
@@ -399,30 +455,33 @@ QVariant KeyedUnarchiver::decodeValueClass(const QString &cls, Coder &coder)
             fail(QStringLiteral("an archived dictionary is damaged"));
             return {};
         }
-        const QVariant keyList = listFromRefs(keys, coder.m_depth);
-        const QVariant valueList = listFromRefs(v, coder.m_depth);
-        if (failed())
+        QVarLengthArray<QString, 16> names;
+        if (!forEachReferenced(keys, coder.m_depth, [&](QVariant &&k) {
+                if (k.metaType().id() != QMetaType::QString) {
+                    fail(QStringLiteral("an archived dictionary has a key that is not text"));
+                    return false;
+                }
+                names.append(k.toString());
+                return true;
+            }))
             return {};
-        const QVariantList k = keyList.toList(), val = valueList.toList();
         QVariantMap map;
-        for (qsizetype i = 0; i < k.size(); ++i) {
-            if (k[i].metaType().id() != QMetaType::QString) {
-                fail(QStringLiteral("an archived dictionary has a key that is not text"));
-                return {};
-            }
-            map.insert(k[i].toString(), val[i]);
-        }
+        qsizetype i = 0;
+        if (!forEachReferenced(v, coder.m_depth, [&](QVariant &&value) {
+                map.insert(names[i++], std::move(value));
+                return true;
+            }))
+            return {};
         return map;
     }
-    if (cls == QLatin1StringView("NSString") || cls == QLatin1StringView("NSMutableString")) {
+    case ValueKind::String:
         if (plainField(QLatin1StringView("NS.string"), &v) && isString(v.kind))
             return m_doc->stringValue(v);
         if (plainField(QLatin1StringView("NS.bytes"), &v) && v.kind == Kind::Data)
             return QString::fromUtf8(m_doc->dataValue(v));
         fail(QStringLiteral("an archived string is damaged"));
         return {};
-    }
-    if (cls == QLatin1StringView("NSDate")) {
+    case ValueKind::Date:
         if (plainField(QLatin1StringView("NS.time"), &v) &&
             (v.kind == Kind::Real || v.kind == Kind::Int)) {
             bool u = false, ok = true;
@@ -434,8 +493,7 @@ QVariant KeyedUnarchiver::decodeValueClass(const QString &cls, Coder &coder)
         }
         fail(QStringLiteral("an archived date is damaged"));
         return {};
-    }
-    if (cls.endsWith(QLatin1StringView("Data"))) {
+    case ValueKind::Data:
         if (plainField(QLatin1StringView("NS.data"), &v)) {
             if (v.kind == Kind::Data)
                 return m_doc->dataValue(v);
@@ -447,12 +505,12 @@ QVariant KeyedUnarchiver::decodeValueClass(const QString &cls, Coder &coder)
         }
         fail(QStringLiteral("an archived data object is damaged"));
         return {};
-    }
-    if (cls == QLatin1StringView("NSNull"))
+    case ValueKind::Null:
         return plistNull();
-    fail(QStringLiteral("the archive contains an object of class \u201c%1\u201d, which it may "
-                        "not hold")
-             .arg(cls));
+    case ValueKind::Registered:
+    case ValueKind::Fields:
+        break;
+    }
     return {};
 }
 
@@ -460,9 +518,8 @@ QVariant KeyedUnarchiver::decodeValueClass(const QString &cls, Coder &coder)
 
 const KeyedUnarchiver::Coder::Field *KeyedUnarchiver::Coder::find(QLatin1StringView key) const
 {
-    const QByteArrayView k(key.data(), key.size());
     for (const Field &f : m_fields) {
-        if (f.key == k)
+        if (f.key.size() == key.size() && std::memcmp(f.key.data(), key.data(), size_t(key.size())) == 0)
             return &f;
     }
     return nullptr;
@@ -503,7 +560,7 @@ bool KeyedUnarchiver::Coder::decodeString(QLatin1StringView key, QString *out)
         return true;
     if (v.metaType().id() != QMetaType::QString)
         return wrongType(key, "text");
-    *out = v.toString();
+    *out = *static_cast<const QString *>(v.constData());
     return true;
 }
 
@@ -516,7 +573,7 @@ bool KeyedUnarchiver::Coder::decodeDate(QLatin1StringView key, QDateTime *out)
         return true;
     if (v.metaType().id() != QMetaType::QDateTime)
         return wrongType(key, "a date");
-    *out = v.toDateTime();
+    *out = *static_cast<const QDateTime *>(v.constData());
     return true;
 }
 
@@ -533,6 +590,84 @@ bool KeyedUnarchiver::Coder::decodeMap(QLatin1StringView key, QVariantMap *out, 
         return wrongType(key, "a dictionary");
     *out = v.toMap();
     return true;
+}
+
+bool KeyedUnarchiver::Coder::hasObject(QLatin1StringView key) const
+{
+    const Field *f = find(key);
+    BinaryPlistDocument::Object o;
+    QString why;
+    return f && m_owner.m_doc->object(f->valueRef, &o, &why) && o.kind == Kind::Uid &&
+           m_owner.m_doc->uidValue(o) != 0;
+}
+
+bool KeyedUnarchiver::Coder::forEachInList(QLatin1StringView key,
+                                           const std::function<bool(QVariant &&)> &take)
+{
+    const Field *f = find(key);
+    if (!f)
+        return !m_owner.failed();
+    BinaryPlistDocument::Object ref, entry;
+    QString why;
+    if (!m_owner.m_doc->object(f->valueRef, &ref, &why)) {
+        m_owner.fail(why);
+        return false;
+    }
+    if (ref.kind != Kind::Uid)
+        return wrongType(key, "a list");
+    const quint64 uid = m_owner.m_doc->uidValue(ref);
+    if (uid == 0)
+        return true;
+    // The list object itself: an NSArray whose "NS.objects" are walked in place.
+    const QVariant cached = m_owner.m_state.size() > uid && m_owner.m_state[uid] == Cached
+                                ? m_owner.m_decoded.value(uid)
+                                : QVariant();
+    if (cached.isValid()) {
+        if (cached.metaType().id() != QMetaType::QVariantList)
+            return wrongType(key, "a list");
+        for (QVariant v : cached.toList()) {
+            if (!take(std::move(v)))
+                return false;
+        }
+        return true;
+    }
+    if (uid >= m_owner.m_objects.count) {
+        m_owner.fail(QStringLiteral("an archive reference is out of range"));
+        return false;
+    }
+    if (m_owner.m_state[uid] == Decoding) {
+        m_owner.fail(QStringLiteral("the archive contains an object that contains itself"));
+        return false;
+    }
+    if (!m_owner.m_doc->object(m_owner.m_doc->reference(m_owner.m_objects, uid), &entry, &why)) {
+        m_owner.fail(why);
+        return false;
+    }
+    Coder list(m_owner, QString());
+    list.m_depth = m_depth + 1;
+    if (entry.kind != Kind::Dict || !m_owner.loadFields(entry, &list))
+        return m_owner.failed() ? false : wrongType(key, "a list");
+    const Field *cls = list.find(QLatin1StringView("$class"));
+    BinaryPlistDocument::Object clsRef, objects;
+    if (!cls || !m_owner.m_doc->object(cls->valueRef, &clsRef, &why) || clsRef.kind != Kind::Uid)
+        return wrongType(key, "a list");
+    const ClassInfo *info = m_owner.resolveClass(m_owner.m_doc->uidValue(clsRef));
+    if (!info)
+        return false;
+    if (info->kind != ValueKind::List)
+        return wrongType(key, "a list");
+    const Field *items = list.find(QLatin1StringView("NS.objects"));
+    if (!items)
+        return true;
+    if (!m_owner.m_doc->object(items->valueRef, &objects, &why) || objects.kind != Kind::Array) {
+        m_owner.fail(QStringLiteral("an archived list is damaged"));
+        return false;
+    }
+    m_owner.m_state[uid] = Decoding;
+    const bool ok = m_owner.forEachReferenced(objects, list.m_depth, take);
+    // Walked, not kept: a second reference decodes it as a value.
+    m_owner.m_state[uid] = SeenOnce;
+    return ok && !m_owner.failed();
 }
 
 bool KeyedUnarchiver::Coder::decodeList(QLatin1StringView key, QVariantList *out)

@@ -5,10 +5,13 @@
 #include <QHash>
 #include <QSet>
 #include <QString>
+#include <QVarLengthArray>
 #include <QVariant>
 
+#include <array>
 #include <functional>
 #include <optional>
+#include <unordered_map>
 #include <vector>
 
 // Reads Apple's keyed-archive layout from a binary property list.
@@ -56,6 +59,8 @@ public:
     {
     public:
         bool contains(QLatin1StringView key) const { return find(key) != nullptr; }
+        // The key refers to an object (not missing, not "$null").
+        bool hasObject(QLatin1StringView key) const;
         // The object a key refers to; invalid for a missing key or "$null".
         QVariant decodeObject(QLatin1StringView key);
         // Typed forms that refuse (fail the archive) when the value is present
@@ -64,6 +69,11 @@ public:
         bool decodeDate(QLatin1StringView key, QDateTime *out);
         bool decodeMap(QLatin1StringView key, QVariantMap *out, bool *isNull = nullptr);
         bool decodeList(QLatin1StringView key, QVariantList *out);
+        // Hands each object of the list under `key` to `take` without
+        // building the list; answers false (the archive failed) when the key
+        // holds something other than a list, or `take` said no. A missing
+        // key is an empty list.
+        bool forEachInList(QLatin1StringView key, const std::function<bool(QVariant &&)> &take);
         // Inline scalars; 0 and false when missing or of another type.
         qint64 decodeInt64(QLatin1StringView key);
         bool decodeBool(QLatin1StringView key);
@@ -89,26 +99,50 @@ public:
 
         KeyedUnarchiver &m_owner;
         QString m_className;
-        std::vector<Field> m_fields;
+        QVarLengthArray<Field, 12> m_fields;
         int m_depth = 0;
     };
 
 private:
+    // How a resolved class decodes: through a registered decoder, as one of
+    // the property-list classes, or (permissive) as its fields.
+    enum class ValueKind : quint8 { Registered, List, Dictionary, String, Date, Data, Null, Fields };
+    struct ClassInfo
+    {
+        QString name;
+        ValueKind kind;
+        const Decoder *decoder = nullptr;
+    };
+
     QVariant decodeUid(quint64 uid, int depth);
     QVariant decodeRef(quint64 bplistRef, int depth); // a UID value inside an object
     QVariant decodeEntry(quint64 uid, const BinaryPlistDocument::Object &o, int depth);
-    QVariant decodeValueClass(const QString &cls, Coder &coder);
-    std::optional<QString> resolveClass(quint64 classUid);
+    QVariant decodeValueClass(ValueKind kind, Coder &coder);
+    const ClassInfo *resolveClass(quint64 classUid);
     bool loadFields(const BinaryPlistDocument::Object &dict, Coder *coder);
     QVariant listFromRefs(const BinaryPlistDocument::Object &array, int depth);
+    template<class Take>
+    bool forEachReferenced(const BinaryPlistDocument::Object &array, int depth, Take &&take);
+    // The ASCII text of a key object; empty for keys of another kind.
+    bool keyView(quint64 bplistRef, QByteArrayView *out);
 
     Mode m_mode;
     std::optional<BinaryPlistDocument> m_doc;
     BinaryPlistDocument::Object m_objects;
     BinaryPlistDocument::Object m_top;
     QHash<QString, Decoder> m_decoders;
-    QHash<quint64, QString> m_classNames;   // class record UID -> resolved name
-    std::vector<QVariant> m_decoded;        // by UID
-    std::vector<quint8> m_state;            // by UID: 0 new, 1 decoding, 2 done
+    std::unordered_map<quint64, ClassInfo> m_classes; // by class record UID; stable addresses
+    enum State : quint8 { New, Decoding, SeenOnce, Cached };
+    QHash<quint64, QVariant> m_decoded;     // by UID, the Cached ones only
+    std::vector<quint8> m_state;            // by UID
+    bool m_decodedRegistered = false;       // the entry just decoded was a registered class
+    // Archived objects of one class share their key objects: a small
+    // direct-mapped cache spares parsing them again for every object.
+    struct KeySlot
+    {
+        quint64 ref = ~quint64(0);
+        QByteArrayView view;
+    };
+    std::array<KeySlot, 64> m_keys;
     QString m_error;
 };

@@ -264,7 +264,7 @@ private Q_SLOTS:
         FakeReport wrongType;
         wrongType.encode = [](KeyedArchiver &a) { a.encodeValue(QStringLiteral("testResults"), QStringLiteral("surprise")); };
         QTest::newRow("text where the results go") << KeyedArchiver().archiveRootObject(wrongType)
-                                                   << QStringLiteral("list of test results");
+                                                   << QStringLiteral("other than a list under \u201ctestResults\u201d");
         FakeReport entriesAsResults;
         auto entry = HXLogEntry::entryWithTypeCompoundString(HXDTestResultErrorType, QStringLiteral("x"));
         entriesAsResults.encode = [&](KeyedArchiver &a) { a.encodeObjectList(QStringLiteral("testResults"), HXLogEntryList{entry}); };
