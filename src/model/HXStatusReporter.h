@@ -71,6 +71,8 @@ public:
     void postErrorNotificationWithTestResult(const HXTestResultRef &result);
     void postErrorNotificationWithUserInfo(const QVariantMap &userInfo);
     void setDistributedNotificationCenter(HXDistributedNotificationCenter *center);
+    // Waits until replaced reports handed to the worker thread are freed.
+    void waitForPendingReleases() { m_releasePool.waitForDone(); }
 
     // HXKeyValueObservable
     QString className() const override { return QStringLiteral("HXStatusReporter"); }

@@ -175,6 +175,13 @@ QVariant HXTestResult::decodeWithCoder(KeyedUnarchiver::Coder &coder)
                                                "dictionary as its details"));
         return {};
     }
+    // Details are property-list values only; the decoder may hand back a
+    // model object found inside them, which has no place there.
+    if (info.metaType().id() == QMetaType::QVariantMap && !isPropertyListValue(info)) {
+        coder.unarchiver().fail(QStringLiteral("a test result's details hold something other "
+                                               "than property-list values"));
+        return {};
+    }
     result->m_testInfo = info;
     return QVariant::fromValue(result);
 }

@@ -60,6 +60,25 @@ public:
         return readUnsigned(container.payload + qsizetype(i) * m_refSize, m_refSize);
     }
 
+    // The value of the UID object at `ref`, the commonest lookup of a keyed
+    // archive; false when `ref` is out of range or holds something else.
+    bool uidAt(quint64 ref, quint64 *value) const
+    {
+        if (ref >= m_objectCount)
+            return false;
+        const quint64 offset =
+            readUnsigned(m_offsetTable + qsizetype(ref) * m_offsetSize, m_offsetSize);
+        if (offset < 8 || offset >= quint64(m_offsetTable))
+            return false;
+        const auto marker = quint8(m_bytes.constData()[offset]);
+        const int width = (marker & 0xF) + 1;
+        if ((marker >> 4) != 0x8 || width > 8 ||
+            quint64(width) > quint64(m_offsetTable) - offset - 1)
+            return false;
+        *value = readUnsigned(qsizetype(offset) + 1, width);
+        return true;
+    }
+
     // Scalar readers; each expects an object of the matching kind.
     qint64 intValue(const Object &o, bool *isUnsigned64, bool *ok) const;
     double realValue(const Object &o) const;

@@ -5,6 +5,7 @@
 #include <QDateTime>
 #include <QHash>
 
+#include <algorithm>
 #include <cmath>
 #include <vector>
 
@@ -16,6 +17,32 @@ QVariant plistNull()
 bool isPlistNull(const QVariant &v)
 {
     return v.metaType() == QMetaType::fromType<std::nullptr_t>();
+}
+
+bool isPropertyListValue(const QVariant &v)
+{
+    switch (v.metaType().id()) {
+    case QMetaType::Bool:
+    case QMetaType::LongLong:
+    case QMetaType::ULongLong:
+    case QMetaType::Int:
+    case QMetaType::Double:
+    case QMetaType::QString:
+    case QMetaType::QDateTime:
+    case QMetaType::QByteArray:
+    case QMetaType::Nullptr:
+        return true;
+    case QMetaType::QVariantList: {
+        const QVariantList list = v.toList();
+        return std::all_of(list.cbegin(), list.cend(), isPropertyListValue);
+    }
+    case QMetaType::QVariantMap: {
+        const QVariantMap map = v.toMap();
+        return std::all_of(map.cbegin(), map.cend(), isPropertyListValue);
+    }
+    default:
+        return false;
+    }
 }
 
 QDateTime plistDateFromSeconds(double secondsSince2001)

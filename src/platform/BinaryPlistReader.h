@@ -30,6 +30,9 @@ constexpr qint64 kPlistEpochOffsetSeconds = 978307200;
 
 QVariant plistNull();
 bool isPlistNull(const QVariant &v);
+// Whether the value is made only of property-list values (UIDs excluded): what
+// a dictionary of details may hold.
+bool isPropertyListValue(const QVariant &v);
 // Converts a property-list date (seconds since 2001, UTC); invalid QDateTime
 // when the value is not finite or lies beyond any representable date.
 QDateTime plistDateFromSeconds(double secondsSince2001);

@@ -6,6 +6,7 @@
 #include <QDateTime>
 #include <QtEndian>
 
+#include <algorithm>
 #include <cstring>
 
 namespace {
@@ -42,8 +43,21 @@ public:
     }
     void be(quint64 v, int width)
     {
-        for (int i = width - 1; i >= 0; --i)
-            *m_p++ = char(quint8(v >> (8 * i)));
+        switch (width) {
+        case 1:
+            *m_p = char(quint8(v));
+            break;
+        case 2:
+            qToBigEndian(quint16(v), m_p);
+            break;
+        case 4:
+            qToBigEndian(quint32(v), m_p);
+            break;
+        default:
+            qToBigEndian(v, m_p);
+            break;
+        }
+        m_p += width;
     }
     // A marker whose low nibble holds the count, or 0xF and an integer object.
     void sized(quint8 token, quint64 count)
@@ -160,34 +174,51 @@ BinaryPlistWriter::Ref BinaryPlistWriter::string(const QString &text)
     auto it = m_strings.constFind(text);
     if (it != m_strings.cend())
         return *it;
+    const Ref r = addString(text);
+    m_strings.insert(text, r);
+    return r;
+}
+
+BinaryPlistWriter::Ref BinaryPlistWriter::distinctString(const QString &text)
+{
+    return addString(text);
+}
+
+BinaryPlistWriter::Ref BinaryPlistWriter::addString(const QString &text)
+{
     const qsizetype n = text.size();
     const auto *src = reinterpret_cast<const char16_t *>(text.utf16());
     bool ascii = true;
     for (qsizetype i = 0; i < n && ascii; ++i)
         ascii = src[i] < 0x80;
-    Ref r;
     const auto at = m_blob.size();
     if (ascii) {
         m_blob.resize(at + n);
         char *dst = m_blob.data() + at;
         for (qsizetype i = 0; i < n; ++i)
             dst[i] = char(src[i]);
-        r = add(Kind::Ascii, quint32(n), quint64(at));
-    } else {
-        m_blob.resize(at + 2 * n);
-        auto *dst = reinterpret_cast<uchar *>(m_blob.data() + at);
-        for (qsizetype i = 0; i < n; ++i) {
-            dst[2 * i] = uchar(src[i] >> 8);
-            dst[2 * i + 1] = uchar(src[i] & 0xFF);
-        }
-        r = add(Kind::Utf16, quint32(n), quint64(at));
+        return add(Kind::Ascii, quint32(n), quint64(at));
     }
-    m_strings.insert(text, r);
-    return r;
+    m_blob.resize(at + 2 * n);
+    auto *dst = reinterpret_cast<uchar *>(m_blob.data() + at);
+    for (qsizetype i = 0; i < n; ++i) {
+        dst[2 * i] = uchar(src[i] >> 8);
+        dst[2 * i + 1] = uchar(src[i] & 0xFF);
+    }
+    return add(Kind::Utf16, quint32(n), quint64(at));
 }
 
 BinaryPlistWriter::Ref BinaryPlistWriter::uid(quint64 value)
 {
+    constexpr quint64 kDense = quint64(1) << 24;
+    if (value < kDense) {
+        if (value >= m_smallUids.size())
+            m_smallUids.resize(std::max<size_t>(size_t(value) + 1, m_smallUids.size() * 2), kNone);
+        Ref &slot = m_smallUids[size_t(value)];
+        if (slot == kNone)
+            slot = add(Kind::Uid, 0, value);
+        return slot;
+    }
     auto it = m_uids.constFind(value);
     if (it != m_uids.cend())
         return *it;

@@ -29,6 +29,9 @@ public:
     Ref date(double secondsSince2001);
     Ref data(QByteArrayView bytes);
     Ref string(const QString &text);
+    // A string object written as given, not shared with an equal one: for
+    // callers that already keep their strings unique.
+    Ref distinctString(const QString &text);
     Ref uid(quint64 value);
 
     Ref reserve();
@@ -58,6 +61,7 @@ private:
 
     Ref add(Kind kind, quint32 count, quint64 value);
     Ref blob(Kind kind, const char *bytes, qsizetype length, quint32 units);
+    Ref addString(const QString &text);
 
     std::vector<Node> m_nodes;
     std::vector<Ref> m_refs;
@@ -69,6 +73,7 @@ private:
     QHash<quint64, Ref> m_uints;
     QHash<quint64, Ref> m_reals;
     QHash<quint64, Ref> m_dates;
-    QHash<quint64, Ref> m_uids;
+    std::vector<Ref> m_smallUids; // UIDs are dense indexes: most are found here
+    QHash<quint64, Ref> m_uids;   // and the rare large one here
     Ref m_null = ~Ref(0), m_false = ~Ref(0), m_true = ~Ref(0);
 };

@@ -4,6 +4,8 @@
 
 #include <QDateTime>
 
+#include <cstring>
+
 namespace {
 
 const QString kClassKey = QStringLiteral("$class");
@@ -59,7 +61,7 @@ quint64 KeyedArchiver::beginEntry(const QString &className, const QStringList &c
     f.keys.clear();
     f.values.clear();
     const quint64 cls = classUid(className, chain);
-    f.keys.push_back(m_writer.string(kClassKey));
+    f.keys.push_back(keyRef(kClassKey));
     f.values.push_back(m_writer.uid(cls));
     return uid;
 }
@@ -71,11 +73,27 @@ void KeyedArchiver::endEntry(quint64 uid)
     m_writer.setDict(m_objects[uid], f.keys, f.values);
 }
 
+BinaryPlistWriter::Ref KeyedArchiver::keyRef(const QString &key)
+{
+    // Literal keys (no allocated buffer) keep their characters at one
+    // address; the saved copy guards against a buffer reused for other text.
+    if (key.capacity() == 0 && !key.isEmpty()) {
+        const QChar *chars = key.constData();
+        KeySlot &slot = m_keySlots[(quintptr(chars) >> 3) % m_keySlots.size()];
+        if (slot.chars == chars && slot.text.size() == key.size() &&
+            std::memcmp(slot.text.constData(), chars, size_t(key.size()) * sizeof(QChar)) == 0)
+            return slot.ref;
+        slot = {chars, QString(chars, key.size()), m_writer.string(key)};
+        return slot.ref;
+    }
+    return m_writer.string(key);
+}
+
 void KeyedArchiver::field(const QString &key, BinaryPlistWriter::Ref value)
 {
     Q_ASSERT(m_depth > 0);
     Frame &f = m_frames[m_depth - 1];
-    f.keys.push_back(m_writer.string(key));
+    f.keys.push_back(keyRef(key));
     f.values.push_back(value);
 }
 
@@ -101,7 +119,8 @@ quint64 KeyedArchiver::archiveValue(const QVariant &value, int depth)
         const QString s = value.toString();
         if (auto it = m_stringUids.constFind(s); it != m_stringUids.cend())
             return *it;
-        const quint64 uid = newSlot(m_writer.string(s));
+        // Unique here already, so the writer need not look for an equal one.
+        const quint64 uid = newSlot(m_writer.distinctString(s));
         m_stringUids.insert(s, uid);
         return uid;
     }

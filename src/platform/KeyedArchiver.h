@@ -7,6 +7,7 @@
 #include <QStringList>
 #include <QVariant>
 
+#include <array>
 #include <vector>
 
 class KeyedArchiver;
@@ -86,7 +87,18 @@ private:
     void field(const QString &key, BinaryPlistWriter::Ref value);
     QByteArray finish(quint64 rootUid);
 
+    BinaryPlistWriter::Ref keyRef(const QString &key);
+
     BinaryPlistWriter m_writer;
+    // Keys are nearly always the same few literals: found by the address of
+    // their characters before any hashing.
+    struct KeySlot
+    {
+        const QChar *chars = nullptr;
+        QString text;
+        BinaryPlistWriter::Ref ref = 0;
+    };
+    std::array<KeySlot, 64> m_keySlots;
     std::vector<BinaryPlistWriter::Ref> m_objects; // index = UID
     std::vector<Frame> m_frames; // reused between objects; m_depth are in use
     size_t m_depth = 0;

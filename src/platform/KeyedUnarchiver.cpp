@@ -358,12 +358,12 @@ QVariant KeyedUnarchiver::decodeEntry(quint64 uid, const BinaryPlistDocument::Ob
             fail(why);
         return v;
     }
-    BinaryPlistDocument::Object cls;
-    if (!m_doc->object(classField->valueRef, &cls, &why) || cls.kind != Kind::Uid) {
+    quint64 classUid = 0;
+    if (!m_doc->uidAt(classField->valueRef, &classUid)) {
         fail(QStringLiteral("an archived object has a damaged class record"));
         return {};
     }
-    const ClassInfo *info = resolveClass(m_doc->uidValue(cls));
+    const ClassInfo *info = resolveClass(classUid);
     if (!info)
         return {};
     coder.m_className = info->name;
@@ -393,18 +393,13 @@ bool KeyedUnarchiver::forEachReferenced(const BinaryPlistDocument::Object &array
                                         Take &&take)
 {
     for (quint64 i = 0; i < array.count && !failed(); ++i) {
-        BinaryPlistDocument::Object e;
-        QString why;
-        if (!m_doc->object(m_doc->reference(array, i), &e, &why)) {
-            fail(why);
-            break;
-        }
-        if (e.kind != Kind::Uid) {
+        quint64 uid = 0;
+        if (!m_doc->uidAt(m_doc->reference(array, i), &uid)) {
             fail(QStringLiteral("an archived collection holds something other than object "
                                 "references"));
             break;
         }
-        QVariant v = decodeUid(m_doc->uidValue(e), depth + 1);
+        QVariant v = decodeUid(uid, depth + 1);
         if (!v.isValid() && !failed()) {
             fail(QStringLiteral("an archived collection holds a nil object"));
             break;
@@ -518,8 +513,16 @@ QVariant KeyedUnarchiver::decodeValueClass(ValueKind kind, Coder &coder)
 
 const KeyedUnarchiver::Coder::Field *KeyedUnarchiver::Coder::find(QLatin1StringView key) const
 {
+    const qsizetype n = key.size();
+    const char *k = key.data();
     for (const Field &f : m_fields) {
-        if (f.key.size() == key.size() && std::memcmp(f.key.data(), key.data(), size_t(key.size())) == 0)
+        if (f.key.size() != n)
+            continue;
+        const char *c = f.key.data();
+        qsizetype i = 0;
+        while (i < n && c[i] == k[i])
+            ++i;
+        if (i == n)
             return &f;
     }
     return nullptr;
@@ -538,17 +541,12 @@ QVariant KeyedUnarchiver::Coder::decodeObject(QLatin1StringView key)
     const Field *f = find(key);
     if (!f || m_owner.failed())
         return {};
-    BinaryPlistDocument::Object o;
-    QString why;
-    if (!m_owner.m_doc->object(f->valueRef, &o, &why)) {
-        m_owner.fail(why);
-        return {};
-    }
-    if (o.kind != Kind::Uid) {
+    quint64 uid = 0;
+    if (!m_owner.m_doc->uidAt(f->valueRef, &uid)) {
         wrongType(key, "an object reference");
         return {};
     }
-    return m_owner.decodeUid(m_owner.m_doc->uidValue(o), m_depth + 1);
+    return m_owner.decodeUid(uid, m_depth + 1);
 }
 
 bool KeyedUnarchiver::Coder::decodeString(QLatin1StringView key, QString *out)
@@ -595,10 +593,8 @@ bool KeyedUnarchiver::Coder::decodeMap(QLatin1StringView key, QVariantMap *out, 
 bool KeyedUnarchiver::Coder::hasObject(QLatin1StringView key) const
 {
     const Field *f = find(key);
-    BinaryPlistDocument::Object o;
-    QString why;
-    return f && m_owner.m_doc->object(f->valueRef, &o, &why) && o.kind == Kind::Uid &&
-           m_owner.m_doc->uidValue(o) != 0;
+    quint64 uid = 0;
+    return f && m_owner.m_doc->uidAt(f->valueRef, &uid) && uid != 0;
 }
 
 bool KeyedUnarchiver::Coder::forEachInList(QLatin1StringView key,

@@ -281,6 +281,27 @@ private Q_SLOTS:
         QVERIFY(at > 0);
         typeAsNumber.replace(at, 6, QByteArray("\x12\x00\x00\x00\x07\x00", 6));
         QTest::newRow("a number where the type goes") << typeAsNumber << QStringLiteral("other than text under \u201ctype\u201d");
+        FakeReport resultInDetails;
+        resultInDetails.encode = [](KeyedArchiver &a) {
+            // A result whose details hold, by reference, another result.
+            class Nested : public KeyedArchivable
+            {
+            public:
+                QString archiveClassName() const override { return QStringLiteral("HXTestResult"); }
+                void encodeWithArchiver(KeyedArchiver &k) const override
+                {
+                    static const HXTestResult inner;
+                    k.encodeObjectList(QStringLiteral("testInfo"), QList<const HXTestResult *>{&inner}, false);
+                }
+            } nested;
+            a.encodeObjectList(QStringLiteral("testResults"), QList<const KeyedArchivable *>{&nested});
+        };
+        QTest::newRow("a list of results as a result's details") << KeyedArchiver().archiveRootObject(resultInDetails)
+                                                               << QStringLiteral("than a dictionary");
+        // Found by the fuzzer: a dictionary of details holding a test result.
+        QTest::newRow("a result inside a result's details")
+            << TestSupportRead(QStringLiteral(ORVEX_FUZZ_CORPUS_DIR "/archive/regression-result-inside-details"))
+            << QStringLiteral("other than property-list values");
         QTest::newRow("lists nested 10,000 deep") << nestedArchive(10000, false) << QStringLiteral("nested too deeply");
         QTest::newRow("a log entry that is its own child") << nestedArchive(1, true) << QStringLiteral("contains itself");
     }
@@ -323,6 +344,23 @@ private Q_SLOTS:
         QVERIFY(reporter.report());
         QCOMPARE(reporter.report()->countOfTestResults(), 0);
         QVERIFY(!reporter.lastLoadError().isEmpty());
+    }
+
+    void aReplacedReportIsFreedUnlessSomeoneHoldsIt()
+    {
+        QTemporaryDir dir;
+        const QString path = dir.filePath(QStringLiteral("Report.zrrpt"));
+        writeFile(path, HXReportArchive::encodeReport(*reportWithOneError()));
+        HXStatusReporter reporter(options(path, false));
+        std::weak_ptr<HXStatusReport> first = reporter.report();
+        QVERIFY(reporter.loadStatusFile());
+        reporter.waitForPendingReleases();
+        QVERIFY(first.expired());
+
+        const HXStatusReportRef kept = reporter.report();
+        QVERIFY(reporter.loadStatusFile());
+        reporter.waitForPendingReleases();
+        QCOMPARE(kept->countOfTestResults(), 1); // still whole in its holder's hands
     }
 
     void loadingFromAnotherThreadRunsOnTheReportersThread()
