@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QMutex>
 #include <QString>
 #include <QStringList>
 #include <QVariant>
@@ -52,6 +53,26 @@ public:
     void didChangeValueForKey(const QString &key);
 
 protected:
+    // A property read under the object's own lock.
+    template<class T>
+    static T guardedGet(QMutex &mutex, const T &field)
+    {
+        QMutexLocker lock(&mutex);
+        return field;
+    }
+    // A property written under the object's own lock, between its change
+    // announcements (which run unlocked, so observers may read it back).
+    template<class T>
+    void guardedSet(QMutex &mutex, T &field, const T &value, const QString &key)
+    {
+        willChangeValueForKey(key);
+        {
+            QMutexLocker lock(&mutex);
+            field = value;
+        }
+        didChangeValueForKey(key);
+    }
+
     // One "key: value" a line (results, log entries) or all on one line.
     virtual bool describesOneKeyPerLine() const = 0;
     virtual bool describesKey(const QString &key) const

@@ -78,114 +78,72 @@ HXLogEntryRef HXLogEntry::copy() const
 
 QDateTime HXLogEntry::timestamp() const
 {
-    QMutexLocker lock(&m_mutex);
-    return m_timestamp;
+    return guardedGet(m_mutex, m_timestamp);
 }
 
 void HXLogEntry::setTimestamp(const QDateTime &timestamp)
 {
-    willChangeValueForKey(kTimestamp);
-    {
-        QMutexLocker lock(&m_mutex);
-        m_timestamp = timestamp;
-    }
-    didChangeValueForKey(kTimestamp);
+    guardedSet(m_mutex, m_timestamp, timestamp, kTimestamp);
 }
 
 QString HXLogEntry::type() const
 {
-    QMutexLocker lock(&m_mutex);
-    return m_type;
+    return guardedGet(m_mutex, m_type);
 }
 
 void HXLogEntry::setType(const QString &type)
 {
-    willChangeValueForKey(kType);
-    {
-        QMutexLocker lock(&m_mutex);
-        m_type = type;
-    }
-    didChangeValueForKey(kType);
+    guardedSet(m_mutex, m_type, type, kType);
 }
 
 QString HXLogEntry::string() const
 {
-    QMutexLocker lock(&m_mutex);
-    return m_string;
+    return guardedGet(m_mutex, m_string);
 }
 
 void HXLogEntry::setString(const QString &string)
 {
-    willChangeValueForKey(kString);
-    {
-        QMutexLocker lock(&m_mutex);
-        m_string = string;
-    }
-    didChangeValueForKey(kString);
+    guardedSet(m_mutex, m_string, string, kString);
 }
 
 std::optional<HXLogEntryList> HXLogEntry::children() const
 {
-    QMutexLocker lock(&m_mutex);
-    return m_children;
+    return guardedGet(m_mutex, m_children);
 }
 
 void HXLogEntry::setChildren(const std::optional<HXLogEntryList> &children)
 {
-    willChangeValueForKey(kChildren);
-    {
-        QMutexLocker lock(&m_mutex);
-        m_children = children;
-    }
-    didChangeValueForKey(kChildren);
+    guardedSet(m_mutex, m_children, children, kChildren);
 }
 
 qint64 HXLogEntry::count() const
 {
-    QMutexLocker lock(&m_mutex);
-    return m_count;
+    return guardedGet(m_mutex, m_count);
 }
 
 void HXLogEntry::setCount(qint64 count)
 {
-    willChangeValueForKey(kCount);
-    {
-        QMutexLocker lock(&m_mutex);
-        m_count = count;
-    }
-    didChangeValueForKey(kCount);
+    guardedSet(m_mutex, m_count, count, kCount);
 }
 
 bool HXLogEntry::leaf() const
 {
-    QMutexLocker lock(&m_mutex);
-    return m_leaf;
+    return guardedGet(m_mutex, m_leaf);
 }
 
 void HXLogEntry::setLeaf(bool leaf)
 {
-    willChangeValueForKey(kLeaf);
-    {
-        QMutexLocker lock(&m_mutex);
-        m_leaf = leaf;
-    }
-    didChangeValueForKey(kLeaf);
+    guardedSet(m_mutex, m_leaf, leaf, kLeaf);
 }
 
 bool HXLogEntry::isFile() const
 {
-    QMutexLocker lock(&m_mutex);
-    return m_isFile;
+    return guardedGet(m_mutex, m_isFile);
 }
 
 void HXLogEntry::setIsFile(bool isFile)
 {
-    willChangeValueForKey(kIsFile);
-    {
-        QMutexLocker lock(&m_mutex);
-        m_isFile = isFile;
-    }
-    didChangeValueForKey(kIsFile);
+    guardedSet(m_mutex, m_isFile, isFile, kIsFile);
 }
 
 void HXLogEntry::refreshCount()

@@ -20,7 +20,7 @@ using HXTestResultList = QList<HXTestResultRef>;
 //
 // The report is its own lock (recursive): recordTestResult(), addTestResult()
 // and removeTestResult() hold it, and so does every accessor here. A copy
-// shares the two lists with its source, as the original design does.
+// shares the two lists with its source: changes through either show in both.
 class HXStatusReport final : public HXKeyValueObservable, public KeyedArchivable
 {
 public:

@@ -39,66 +39,42 @@ HXTestResultRef HXTestResult::copy() const
 
 QString HXTestResult::type() const
 {
-    QMutexLocker lock(&m_mutex);
-    return m_type;
+    return guardedGet(m_mutex, m_type);
 }
 
 void HXTestResult::setType(const QString &type)
 {
-    willChangeValueForKey(kType);
-    {
-        QMutexLocker lock(&m_mutex);
-        m_type = type;
-    }
-    didChangeValueForKey(kType);
+    guardedSet(m_mutex, m_type, type, kType);
 }
 
 QString HXTestResult::name() const
 {
-    QMutexLocker lock(&m_mutex);
-    return m_name;
+    return guardedGet(m_mutex, m_name);
 }
 
 void HXTestResult::setName(const QString &name)
 {
-    willChangeValueForKey(kName);
-    {
-        QMutexLocker lock(&m_mutex);
-        m_name = name;
-    }
-    didChangeValueForKey(kName);
+    guardedSet(m_mutex, m_name, name, kName);
 }
 
 QString HXTestResult::log() const
 {
-    QMutexLocker lock(&m_mutex);
-    return m_log;
+    return guardedGet(m_mutex, m_log);
 }
 
 void HXTestResult::setLog(const QString &log)
 {
-    willChangeValueForKey(kLog);
-    {
-        QMutexLocker lock(&m_mutex);
-        m_log = log;
-    }
-    didChangeValueForKey(kLog);
+    guardedSet(m_mutex, m_log, log, kLog);
 }
 
 QVariant HXTestResult::testInfo() const
 {
-    QMutexLocker lock(&m_mutex);
-    return m_testInfo;
+    return guardedGet(m_mutex, m_testInfo);
 }
 
 void HXTestResult::setTestInfo(const QVariant &testInfo)
 {
-    willChangeValueForKey(kTestInfo);
-    {
-        QMutexLocker lock(&m_mutex);
-        m_testInfo = testInfo;
-    }
-    didChangeValueForKey(kTestInfo);
+    guardedSet(m_mutex, m_testInfo, testInfo, kTestInfo);
 }
 
 QVariantMap HXTestResult::testInfoMap() const
@@ -110,18 +86,12 @@ QVariantMap HXTestResult::testInfoMap() const
 
 bool HXTestResult::isIgnored() const
 {
-    QMutexLocker lock(&m_mutex);
-    return m_isIgnored;
+    return guardedGet(m_mutex, m_isIgnored);
 }
 
 void HXTestResult::setIgnored(bool ignored)
 {
-    willChangeValueForKey(kIsIgnored);
-    {
-        QMutexLocker lock(&m_mutex);
-        m_isIgnored = ignored;
-    }
-    didChangeValueForKey(kIsIgnored);
+    guardedSet(m_mutex, m_isIgnored, ignored, kIsIgnored);
 }
 
 QStringList HXTestResult::keyPaths() const

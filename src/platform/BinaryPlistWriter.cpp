@@ -114,48 +114,38 @@ BinaryPlistWriter::Ref BinaryPlistWriter::boolean(bool value)
     return slot;
 }
 
+template<class Key>
+BinaryPlistWriter::Ref BinaryPlistWriter::shared(QHash<Key, Ref> &seen, Key key, Kind kind,
+                                                 quint64 value)
+{
+    auto it = seen.constFind(key);
+    if (it != seen.cend())
+        return *it;
+    const Ref r = add(kind, 0, value);
+    seen.insert(key, r);
+    return r;
+}
+
 BinaryPlistWriter::Ref BinaryPlistWriter::integer(qint64 value)
 {
-    auto it = m_ints.constFind(value);
-    if (it != m_ints.cend())
-        return *it;
-    const Ref r = add(Kind::Int, 0, quint64(value));
-    m_ints.insert(value, r);
-    return r;
+    return shared(m_ints, value, Kind::Int, quint64(value));
 }
 
 BinaryPlistWriter::Ref BinaryPlistWriter::unsignedInteger(quint64 value)
 {
     if (value <= quint64(std::numeric_limits<qint64>::max()))
         return integer(qint64(value));
-    auto it = m_uints.constFind(value);
-    if (it != m_uints.cend())
-        return *it;
-    const Ref r = add(Kind::UInt, 0, value);
-    m_uints.insert(value, r);
-    return r;
+    return shared(m_uints, value, Kind::UInt, value);
 }
 
 BinaryPlistWriter::Ref BinaryPlistWriter::real(double value)
 {
-    const quint64 bits = bitsOf(value);
-    auto it = m_reals.constFind(bits);
-    if (it != m_reals.cend())
-        return *it;
-    const Ref r = add(Kind::Real, 0, bits);
-    m_reals.insert(bits, r);
-    return r;
+    return shared(m_reals, bitsOf(value), Kind::Real, bitsOf(value));
 }
 
 BinaryPlistWriter::Ref BinaryPlistWriter::date(double secondsSince2001)
 {
-    const quint64 bits = bitsOf(secondsSince2001);
-    auto it = m_dates.constFind(bits);
-    if (it != m_dates.cend())
-        return *it;
-    const Ref r = add(Kind::Date, 0, bits);
-    m_dates.insert(bits, r);
-    return r;
+    return shared(m_dates, bitsOf(secondsSince2001), Kind::Date, bitsOf(secondsSince2001));
 }
 
 BinaryPlistWriter::Ref BinaryPlistWriter::data(QByteArrayView bytes)
@@ -219,12 +209,7 @@ BinaryPlistWriter::Ref BinaryPlistWriter::uid(quint64 value)
             slot = add(Kind::Uid, 0, value);
         return slot;
     }
-    auto it = m_uids.constFind(value);
-    if (it != m_uids.cend())
-        return *it;
-    const Ref r = add(Kind::Uid, 0, value);
-    m_uids.insert(value, r);
-    return r;
+    return shared(m_uids, value, Kind::Uid, value);
 }
 
 BinaryPlistWriter::Ref BinaryPlistWriter::reserve()

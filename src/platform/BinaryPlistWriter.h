@@ -62,6 +62,9 @@ private:
     Ref add(Kind kind, quint32 count, quint64 value);
     Ref blob(Kind kind, const char *bytes, qsizetype length, quint32 units);
     Ref addString(const QString &text);
+    // The object of this kind already made for `key`, or a new one.
+    template<class Key>
+    Ref shared(QHash<Key, Ref> &seen, Key key, Kind kind, quint64 value);
 
     std::vector<Node> m_nodes;
     std::vector<Ref> m_refs;
