@@ -1,0 +1,413 @@
+// The command channel over real sockets on 127.0.0.1, ports chosen by the
+// kernel: framing, order and tags, timeouts, ownership when a peer vanishes,
+// hostile peers, and an independent peer written in Python.
+#include "CommandSender.h"
+#include "HXNotificationCenter.h"
+#include "HXStatusViewRemoteControlManager.h"
+#include "HXSystemLog.h"
+#include "PropertyList.h"
+#include "TestSupport.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QtTest>
+
+#include <plist/plist.h>
+
+namespace {
+
+// Answers every request with {"echo": request}.
+class EchoController : public RemoteQueryAndController
+{
+public:
+    using RemoteQueryAndController::RemoteQueryAndController;
+    void processParams(const QVariant &params) override
+    {
+        writeDictionary({{QStringLiteral("echo"), params}});
+    }
+};
+
+class EchoManager : public RemoteQueryAndControlManager
+{
+public:
+    explicit EchoManager(quint16 port = 0)
+        : m_port(port)
+    {
+    }
+    quint16 port() const override { return m_port; }
+    std::shared_ptr<RemoteQueryAndController> makeController(std::shared_ptr<GCDAsyncSocket> s) override
+    {
+        return std::make_shared<EchoController>(std::move(s));
+    }
+    quint16 m_port;
+};
+
+class LogCapture
+{
+public:
+    LogCapture() { HXSystemLog::setSink([this](const QString &l) { lines.append(l); }); }
+    ~LogCapture() { HXSystemLog::setSink({}); }
+    QStringList lines;
+};
+
+// Records the callbacks of a socket in order.
+class Recorder : public GCDAsyncSocketDelegate
+{
+public:
+    QStringList events;
+    QList<QByteArray> reads;
+    std::shared_ptr<GCDAsyncSocket> accepted;
+    void socketDidAcceptNewSocket(GCDAsyncSocket *, const std::shared_ptr<GCDAsyncSocket> &s) override
+    {
+        accepted = s;
+        events.append(QStringLiteral("accept"));
+    }
+    void socketDidReadData(GCDAsyncSocket *, const QByteArray &data, long tag) override
+    {
+        reads.append(data);
+        events.append(QStringLiteral("read %1").arg(tag));
+    }
+    void socketDidWriteDataWithTag(GCDAsyncSocket *, long tag) override
+    {
+        events.append(QStringLiteral("write %1").arg(tag));
+    }
+    void socketDidDisconnect(GCDAsyncSocket *, const QString &error) override
+    {
+        events.append(error.isEmpty() ? QStringLiteral("closed") : QStringLiteral("error: ") + error);
+    }
+};
+
+QVariantMap framed(quint16 port, const QVariantMap &extra = {}, bool answer = true)
+{
+    QVariantMap p{{QStringLiteral("address"), QStringLiteral("127.0.0.1")},
+                  {QStringLiteral("port"), int(port)},
+                  {QStringLiteral("willReceiveData"), answer}};
+    for (auto it = extra.cbegin(); it != extra.cend(); ++it)
+        p.insert(it.key(), it.value());
+    return p;
+}
+
+const QByteArray kToken("****123456789ABCDEFG*****");
+
+} // namespace
+
+class TestCommandChannel : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    // Every test leaves no connection handler behind (they go when their
+    // peers' closes are seen, which takes the event loop a moment).
+    void init() { QTRY_COMPARE(RemoteQueryAndController::liveCount(), 0); }
+    void cleanup() { QTRY_COMPARE(RemoteQueryAndController::liveCount(), 0); }
+
+    // --- the socket layer ---
+
+    void readsAndWritesCompleteInOrderWithTheirTags()
+    {
+        Recorder serverSide, clientSide;
+        auto listener = GCDAsyncSocket::create(&serverSide);
+        QVERIFY(listener->acceptOnPort(0, nullptr));
+        auto client = GCDAsyncSocket::create(&clientSide);
+        QVERIFY(client->connectToHost(QStringLiteral("127.0.0.1"), listener->localPort(), 5, nullptr));
+        client->writeData("one|", -1, 1);
+        client->writeData("two|", -1, 2);
+        client->writeData("three", -1, 3);
+        QTRY_VERIFY(serverSide.accepted);
+        auto server = serverSide.accepted;
+        server->setDelegate(&serverSide);
+        server->readDataToData("|", -1, 10);
+        server->readDataToData("|", -1, 11);
+        QTRY_COMPARE(serverSide.reads, (QList<QByteArray>{"one|", "two|"})); // terminator included
+        server->readDataWithTimeout(-1, 12);
+        QTRY_COMPARE(serverSide.reads.size(), 3);
+        QCOMPARE(serverSide.reads.last(), QByteArray("three"));
+        QTRY_COMPARE(clientSide.events, (QStringList{QStringLiteral("write 1"), QStringLiteral("write 2"),
+                                                     QStringLiteral("write 3")}));
+        client->disconnect();
+        QCOMPARE(clientSide.events.last(), QStringLiteral("closed"));
+        QTRY_COMPARE(serverSide.events.last(), QStringLiteral("closed"));
+    }
+
+    void timeoutsEndTheConnectionAndNegativeMeansNone()
+    {
+        Recorder serverSide, clientSide;
+        auto listener = GCDAsyncSocket::create(&serverSide);
+        QVERIFY(listener->acceptOnPort(0, nullptr));
+        auto client = GCDAsyncSocket::create(&clientSide);
+        QVERIFY(client->connectToHost(QStringLiteral("127.0.0.1"), listener->localPort(), 5, nullptr));
+        client->readDataWithTimeout(-1, 1); // waits as long as it takes
+        client->readDataWithTimeout(0.2, 2);
+        QTest::qWait(400);
+        QVERIFY(clientSide.events.isEmpty());
+        QTRY_VERIFY(serverSide.accepted);
+        serverSide.accepted->writeData("x", -1, 0);
+        QTRY_COMPARE(clientSide.events.size(), 2); // the first read, then the second times out
+        QCOMPARE(clientSide.events.first(), QStringLiteral("read 1"));
+        QCOMPARE(clientSide.events.last(), QStringLiteral("error: Read operation timed out"));
+    }
+
+    void aFailedConnectSurfacesOnlyAsADisconnect()
+    {
+        QTcpServer probe; // a port that was free a moment ago, now closed
+        QVERIFY(probe.listen(QHostAddress::LocalHost));
+        const quint16 port = probe.serverPort();
+        probe.close();
+        Recorder r;
+        auto s = GCDAsyncSocket::create(&r);
+        QString error;
+        QVERIFY(s->connectToHost(QStringLiteral("127.0.0.1"), port, 1.0, &error));
+        QTRY_COMPARE(r.events.size(), 1);
+        QVERIFY2(r.events.first().startsWith(QStringLiteral("error: ")), qPrintable(r.events.first()));
+        QVERIFY(!s->connectToHost(QString(), port, 1.0, &error)); // cannot even start
+        QVERIFY(!error.isEmpty());
+    }
+
+    void theDelegateMayDropTheLastReferenceInsideACallback()
+    {
+        // The user-data cycle: the handler owns the socket, the socket its
+        // handler; clearing the slot at disconnect frees both mid-callback.
+        const int before = RemoteQueryAndController::liveCount();
+        EchoManager manager;
+        QVERIFY(manager.start());
+        QTcpSocket peer;
+        peer.connectToHost(QHostAddress::LocalHost, manager.asyncSocket()->localPort());
+        QVERIFY(peer.waitForConnected(5000));
+        QTRY_COMPARE(RemoteQueryAndController::liveCount(), before + 1);
+        QTRY_VERIFY(peer.bytesAvailable() >= kToken.size());
+        peer.write(QByteArray("half a req")); // and vanish in the middle of a request
+        peer.abort();
+        QTRY_COMPARE(RemoteQueryAndController::liveCount(), before);
+    }
+
+    // --- client and server together ---
+
+    void aFramedRequestIsAnsweredBeforeTheBoundary()
+    {
+        EchoManager manager;
+        QVERIFY(manager.start());
+        const QVariantMap sent = framed(manager.asyncSocket()->localPort(),
+                                        {{QStringLiteral("command"), QStringLiteral("status")},
+                                         {QStringLiteral("pid"), 4242}});
+        const QVariantMap answer = CommandSender::sendCommandWithParams(sent).toMap();
+        QString where;
+        QVERIFY2(TestSupport::samePlistValue(answer.value(QStringLiteral("echo")), sent, &where), qPrintable(where));
+    }
+
+    void theStatusViewListenerPostsItsFourNotifications()
+    {
+        HXNotificationCenter center;
+        QStringList posted;
+        for (const char *name : {"UpdateTestStatusNotification", "TestingFinishedStatusNotification",
+                                 "TestingStartupVolumeNotification", "FinishedTestingStartupVolumeNotification"})
+            center.addObserver(QLatin1String(name), nullptr, [&](const HXNotification &n) {
+                QVERIFY(!n.object && n.userInfo.isEmpty());
+                posted.append(n.name);
+            });
+        HXStatusViewRemoteControlManager manager(0, &center);
+        QVERIFY(manager.start());
+        const quint16 port = manager.asyncSocket()->localPort();
+        for (const char *command : {"updateTestStatus", "UPDATETESTSTATUS", "testingFinished", "reboot",
+                                    "testingStartupVolume", "finishedTestingStartupVolume"}) {
+            QVERIFY(!CommandSender::sendCommandWithParams(
+                         framed(port, {{QStringLiteral("command"), QLatin1String(command)}}, false))
+                         .isValid());
+        }
+        QTRY_COMPARE(posted.size(), 4);
+        QCOMPARE(posted, (QStringList{QStringLiteral("UpdateTestStatusNotification"),
+                                      QStringLiteral("TestingFinishedStatusNotification"),
+                                      QStringLiteral("TestingStartupVolumeNotification"),
+                                      QStringLiteral("FinishedTestingStartupVolumeNotification")}));
+        QCOMPARE(HXStatusViewRemoteControlManager().port(), quint16(6333));
+    }
+
+    void rawModeSendsOnlyTheRawBytes()
+    {
+        QTcpServer server;
+        QVERIFY(server.listen(QHostAddress::LocalHost));
+        const qint32 pid = 0x01020304;
+        CommandSender::sendRawWithParams(
+            {{QStringLiteral("address"), QStringLiteral("127.0.0.1")},
+             {QStringLiteral("port"), int(server.serverPort())},
+             {QStringLiteral("command"), QStringLiteral("wakeServer")},
+             {QStringLiteral("rawData"), QByteArray(reinterpret_cast<const char *>(&pid), 4)}});
+        QTRY_VERIFY(server.hasPendingConnections());
+        QTcpSocket *in = server.nextPendingConnection();
+        QByteArray got;
+        QTRY_VERIFY((got += in->readAll(), in->state() != QAbstractSocket::ConnectedState));
+        got += in->readAll();
+        QCOMPARE(got, QByteArray("\x04\x03\x02\x01", 4)); // host order on this machine
+    }
+
+    void requestsThatCannotGoOutSayWhy()
+    {
+        LogCapture log;
+        QVERIFY(!CommandSender::sendCommandWithParams({{QStringLiteral("command"), QStringLiteral("x")}}).isValid());
+        QCOMPARE(log.lines, QStringList{QStringLiteral("Missing address or port!")});
+        log.lines.clear();
+        QVERIFY(!CommandSender::sendCommandWithParams(
+                     {{QStringLiteral("port"), 1}, {QStringLiteral("odd"), QVariant::fromValue(QPoint(1, 1))}})
+                     .isValid());
+        QVERIFY(log.lines.first().startsWith(QStringLiteral("Error converting params to binary plist: ")));
+    }
+
+    void playoutServerAddressFollowsTheUserDefaults()
+    {
+        QStandardPaths::setTestModeEnabled(true);
+        QSettings settings(QStringLiteral("talvorn"), QStringLiteral("Orvex"));
+        settings.remove(QStringLiteral("PlayoutServers"));
+        QCOMPARE(CommandSender::playoutServerAddress(), QStringLiteral("localhost"));
+        settings.setValue(QStringLiteral("PlayoutServers"),
+                          QVariantList{QVariantMap{{QStringLiteral("address"), QStringLiteral("http://player.example:8080/x")}},
+                                       QVariantMap{{QStringLiteral("address"), QStringLiteral("bareword")}}});
+        settings.setValue(QStringLiteral("PlayoutServer"), 0);
+        settings.sync();
+        QCOMPARE(CommandSender::playoutServerAddress(), QStringLiteral("player.example"));
+        settings.setValue(QStringLiteral("PlayoutServer"), 1);
+        settings.sync();
+        QCOMPARE(CommandSender::playoutServerAddress(), QStringLiteral("localhost"));
+        settings.remove(QStringLiteral("PlayoutServers"));
+        settings.remove(QStringLiteral("PlayoutServer"));
+    }
+
+    // --- hostile peers ---
+
+    void bytesThatAreNotAPropertyListGetTheErrorDictionary()
+    {
+        EchoManager manager;
+        QVERIFY(manager.start());
+        QTcpSocket peer;
+        peer.connectToHost(QHostAddress::LocalHost, manager.asyncSocket()->localPort());
+        QVERIFY(peer.waitForConnected(5000));
+        QTRY_VERIFY(peer.bytesAvailable() >= kToken.size());
+        QCOMPARE(peer.readAll(), kToken);
+        peer.write(QByteArray("GET / HTTP/1.0\r\n\r\n") + kToken);
+        QByteArray answer;
+        QTRY_VERIFY((answer += peer.readAll()).endsWith(kToken));
+        QString why;
+        const QVariantMap error = readPropertyList(answer.chopped(kToken.size()), &why).toMap();
+        QVERIFY(error.value(QStringLiteral("error")).toString().startsWith(QStringLiteral("Error Converting Plist: ")));
+        // The connection still serves the next request.
+        plist_t dict = plist_new_dict();
+        plist_dict_set_item(dict, "command", plist_new_string("ping"));
+        char *bin = nullptr;
+        uint32_t len = 0;
+        plist_to_bin(dict, &bin, &len);
+        peer.write(QByteArray(bin, len) + kToken);
+        plist_to_bin_free(bin);
+        plist_free(dict);
+        answer.clear();
+        QTRY_VERIFY((answer += peer.readAll()).endsWith(kToken));
+        QVERIFY(readPropertyList(answer.chopped(kToken.size()), &why).toMap().contains(QStringLiteral("echo")));
+    }
+
+    void aRequestOverOneMegabyteWithoutTheBoundaryIsCutOff()
+    {
+        const int before = RemoteQueryAndController::liveCount();
+        EchoManager manager;
+        QVERIFY(manager.start());
+        QTcpSocket peer;
+        peer.connectToHost(QHostAddress::LocalHost, manager.asyncSocket()->localPort());
+        QVERIFY(peer.waitForConnected(5000));
+        QTRY_COMPARE(RemoteQueryAndController::liveCount(), before + 1);
+        const QByteArray chunk(64 * 1024, 'A');
+        for (int i = 0; i < 20 && peer.state() == QAbstractSocket::ConnectedState; ++i) {
+            peer.write(chunk);
+            peer.waitForBytesWritten(2000);
+            QCoreApplication::processEvents();
+        }
+        QTRY_COMPARE(RemoteQueryAndController::liveCount(), before); // handler and its buffer are gone
+        QTRY_VERIFY(peer.state() != QAbstractSocket::ConnectedState || !peer.waitForReadyRead(100));
+        // And the listener still serves.
+        QVERIFY(CommandSender::sendCommandWithParams(framed(manager.asyncSocket()->localPort())).isValid());
+    }
+
+    void aThousandSilentConnectionsDoNotStopTheListener()
+    {
+        if (!TestSupport::pythonPeerAvailable())
+            QSKIP("Debian's /usr/bin/python3 is not installed");
+        EchoManager manager;
+        QVERIFY(manager.start());
+        const int before = RemoteQueryAndController::liveCount();
+        QProcess idle;
+        idle.start(QStringLiteral("/usr/bin/python3"),
+                   {QStringLiteral(ORVEX_PEERS_DIR "/channel_peer.py"), QStringLiteral("idle"),
+                    QString::number(manager.asyncSocket()->localPort()), QStringLiteral("1000")});
+        QTRY_VERIFY_WITH_TIMEOUT(idle.canReadLine(), 30000);
+        QTRY_COMPARE_WITH_TIMEOUT(RemoteQueryAndController::liveCount(), before + 1000, 30000);
+        const QVariantMap answer =
+            CommandSender::sendCommandWithParams(framed(manager.asyncSocket()->localPort(),
+                                                        {{QStringLiteral("command"), QStringLiteral("hello")}}))
+                .toMap();
+        QCOMPARE(answer.value(QStringLiteral("echo")).toMap().value(QStringLiteral("command")).toString(),
+                 QStringLiteral("hello"));
+        idle.closeWriteChannel();
+        QTRY_VERIFY_WITH_TIMEOUT(idle.state() == QProcess::NotRunning, 10000);
+        QTRY_COMPARE(RemoteQueryAndController::liveCount(), before);
+    }
+
+    void aTakenPortLeavesAnInertListenerAndALogLine()
+    {
+        EchoManager first;
+        QVERIFY(first.start());
+        LogCapture log;
+        EchoManager second(first.asyncSocket()->localPort());
+        QVERIFY(!second.start());
+        QCOMPARE(log.lines.size(), 1);
+        QVERIFY(log.lines.first().startsWith(QStringLiteral("Error connecting: ")));
+        QVERIFY(CommandSender::sendCommandWithParams(framed(first.asyncSocket()->localPort())).isValid());
+    }
+
+    // --- an implementation nobody here wrote ---
+
+    void aPythonClientTalksToOurServer()
+    {
+        if (!TestSupport::pythonPeerAvailable())
+            QSKIP("Debian's /usr/bin/python3 is not installed");
+        EchoManager manager;
+        QVERIFY(manager.start());
+        const QVariantMap request{{QStringLiteral("command"), QStringLiteral("status")},
+                                  {QStringLiteral("when"), QDateTime::fromSecsSinceEpoch(1769860800, Qt::UTC)},
+                                  {QStringLiteral("blob"), QByteArray("\x00\xff", 2)}};
+        QProcess py;
+        py.start(QStringLiteral("/usr/bin/python3"),
+                 {QStringLiteral(ORVEX_PEERS_DIR "/channel_peer.py"), QStringLiteral("client"),
+                  QString::number(manager.asyncSocket()->localPort()),
+                  QString::fromUtf8(QJsonDocument(TestSupport::toTagged(request).toObject()).toJson(QJsonDocument::Compact))});
+        QTRY_VERIFY_WITH_TIMEOUT(py.state() == QProcess::NotRunning, 20000);
+        QVERIFY2(py.exitCode() == 0, py.readAllStandardError().constData());
+        const QVariantMap answer = TestSupport::fromTagged(QJsonDocument::fromJson(py.readAllStandardOutput()).object()).toMap();
+        QString where;
+        QVERIFY2(TestSupport::samePlistValue(answer.value(QStringLiteral("echo")), request, &where), qPrintable(where));
+    }
+
+    void ourClientTalksToAPythonServer()
+    {
+        if (!TestSupport::pythonPeerAvailable())
+            QSKIP("Debian's /usr/bin/python3 is not installed");
+        QProcess py;
+        py.start(QStringLiteral("/usr/bin/python3"),
+                 {QStringLiteral(ORVEX_PEERS_DIR "/channel_peer.py"), QStringLiteral("server"), QStringLiteral("1")});
+        QTRY_VERIFY_WITH_TIMEOUT(py.canReadLine(), 20000);
+        const quint16 port = quint16(py.readLine().trimmed().toUInt());
+        const QVariantMap sent = framed(port, {{QStringLiteral("command"), QStringLiteral("pid")},
+                                               {QStringLiteral("pid"), 77}});
+        const QVariantMap answer = CommandSender::sendCommandWithParams(sent).toMap();
+        QString where;
+        QVERIFY2(TestSupport::samePlistValue(answer.value(QStringLiteral("got")), sent, &where), qPrintable(where));
+        QTRY_VERIFY(py.canReadLine());
+        // Byte for byte: a binary property list version 1.0, then the token.
+        const QByteArray wire = QByteArray::fromHex(py.readLine().trimmed());
+        QVERIFY(wire.startsWith("bplist00"));
+        QVERIFY(wire.endsWith(kToken));
+        QCOMPARE(wire.count(kToken), 1);
+        QTRY_VERIFY_WITH_TIMEOUT(py.state() == QProcess::NotRunning, 10000); // it saw our close
+        QCOMPARE(py.exitCode(), 0);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestCommandChannel)
+#include "tst_commandchannel.moc"
