@@ -97,6 +97,10 @@ void GCDAsyncSocket::adopt(QTcpSocket *socket)
 {
     m_socket = socket;
     socket->setParent(nullptr);
+    // The channel sends a message and then its boundary as two small writes;
+    // with Nagle's algorithm the second waits for the peer's delayed
+    // acknowledgement, some 40 ms per exchange.
+    socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
     connect(socket, &QTcpSocket::connected, this, [this] {
         SignalScope scope;
         onConnected();
@@ -136,6 +140,7 @@ bool GCDAsyncSocket::connectToHost(const QString &host, quint16 port, double tim
     }
     adopt(new QTcpSocket());
     m_socket->connectToHost(host, port);
+    m_socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
     if (timeoutSeconds >= 0)
         m_connectTimer->start(milliseconds(timeoutSeconds));
     return true;
