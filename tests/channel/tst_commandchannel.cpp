@@ -92,6 +92,27 @@ QVariantMap framed(quint16 port, const QVariantMap &extra = {}, bool answer = tr
 
 const QByteArray kToken("****123456789ABCDEFG*****");
 
+// A stand-in for the daemon's listener on its fixed port, keeping what it hears.
+QList<QVariantMap> g_seen;
+class Recording : public RemoteQueryAndController
+{
+public:
+    using RemoteQueryAndController::RemoteQueryAndController;
+    void processParams(const QVariant &params) override { g_seen.append(params.toMap()); }
+};
+class RecordingDaemon : public EchoManager
+{
+public:
+    RecordingDaemon()
+        : EchoManager(HXCommandSender::kDaemonPort)
+    {
+    }
+    std::shared_ptr<RemoteQueryAndController> makeController(std::shared_ptr<GCDAsyncSocket> s) override
+    {
+        return std::make_shared<Recording>(std::move(s));
+    }
+};
+
 } // namespace
 
 class TestCommandChannel : public QObject
@@ -271,6 +292,59 @@ private Q_SLOTS:
         QCOMPARE(CommandSender::playoutServerAddress(), QStringLiteral("localhost"));
         settings.remove(QStringLiteral("PlayoutServers"));
         settings.remove(QStringLiteral("PlayoutServer"));
+    }
+
+    void aServerThatVanishesAfterItsGreetingEndsTheRequest()
+    {
+        QTcpServer server;
+        QVERIFY(server.listen(QHostAddress::LocalHost));
+        connect(&server, &QTcpServer::newConnection, this, [&server] {
+            QTcpSocket *in = server.nextPendingConnection();
+            in->write(kToken);
+            in->flush();
+            in->disconnectFromHost(); // before any answer
+        });
+        LogCapture log;
+        QVERIFY(!CommandSender::sendCommandWithParams(framed(server.serverPort())).isValid());
+    }
+
+    // The product's four requests go to fixed ports; each is checked when its
+    // port is free here.
+    void theReadyMadeRequestsSayWhatTheyShould()
+    {
+        RecordingDaemon daemon;
+        LogCapture log; // a taken port is logged, not shown
+        if (!daemon.start())
+            QSKIP("port 6332 is taken on this machine");
+        g_seen.clear();
+        HXCommandSender::startServer();
+        HXCommandSender::stopServer();
+        HXCommandSender::registerPID();
+        QTRY_COMPARE(g_seen.size(), 3);
+        QStringList commands;
+        for (const QVariantMap &m : std::as_const(g_seen)) {
+            commands.append(m.value(QStringLiteral("command")).toString());
+            QCOMPARE(m.value(QStringLiteral("willReceiveData")).toBool(), false);
+            QCOMPARE(m.value(QStringLiteral("address")).toString(), QStringLiteral("localhost"));
+        }
+        commands.sort();
+        QCOMPARE(commands, (QStringList{QStringLiteral("pid"), QStringLiteral("startServer"), QStringLiteral("stopServer")}));
+        for (const QVariantMap &m : std::as_const(g_seen)) {
+            if (m.value(QStringLiteral("command")) == QLatin1String("pid"))
+                QCOMPARE(m.value(QStringLiteral("pid")).toLongLong(), qint64(QCoreApplication::applicationPid()));
+        }
+
+        QTcpServer wake;
+        if (!wake.listen(QHostAddress::Any, HXCommandSender::kWakePort))
+            QSKIP("port 6331 is taken on this machine");
+        HXCommandSender::wakeServer();
+        QTRY_VERIFY(wake.hasPendingConnections());
+        QTcpSocket *in = wake.nextPendingConnection();
+        QByteArray got;
+        QTRY_VERIFY((got += in->readAll(), in->state() != QAbstractSocket::ConnectedState));
+        got += in->readAll();
+        const qint32 pid = qint32(QCoreApplication::applicationPid());
+        QCOMPARE(got, QByteArray(reinterpret_cast<const char *>(&pid), 4));
     }
 
     // --- hostile peers ---
