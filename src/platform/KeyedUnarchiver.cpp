@@ -515,15 +515,19 @@ const KeyedUnarchiver::Coder::Field *KeyedUnarchiver::Coder::find(QLatin1StringV
 {
     const qsizetype n = key.size();
     const char *k = key.data();
-    for (const Field &f : m_fields) {
-        if (f.key.size() != n)
-            continue;
-        const char *c = f.key.data();
-        qsizetype i = 0;
-        while (i < n && c[i] == k[i])
-            ++i;
-        if (i == n)
-            return &f;
+    auto matches = [n, k](const Field &f) {
+        return f.key.size() == n && std::memcmp(f.key.data(), k, size_t(n)) == 0;
+    };
+    // Objects of one class list their keys in one order: try where this key
+    // (a literal, so one address) was found last time before scanning.
+    FindHint &hint = m_owner.m_findHints[(quintptr(k) >> 3) % m_owner.m_findHints.size()];
+    if (hint.key == k && hint.index < m_fields.size() && matches(m_fields[hint.index]))
+        return &m_fields[hint.index];
+    for (qsizetype i = 0; i < m_fields.size(); ++i) {
+        if (matches(m_fields[i])) {
+            hint = {k, i};
+            return &m_fields[i];
+        }
     }
     return nullptr;
 }

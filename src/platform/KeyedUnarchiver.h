@@ -144,5 +144,11 @@ private:
         QByteArrayView view;
     };
     std::array<KeySlot, 64> m_keys;
+    struct FindHint
+    {
+        const char *key = nullptr;
+        qsizetype index = 0;
+    };
+    std::array<FindHint, 64> m_findHints;
     QString m_error;
 };
