@@ -10,6 +10,7 @@ packages=(
     libplist-dev libplist-utils
     libbenchmark-dev
     python3
+    dbus-daemon dbus-bin
     clang libclang-rt-14-dev
 )
 

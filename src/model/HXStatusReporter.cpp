@@ -2,6 +2,7 @@
 
 #include "AtomicFileWriter.h"
 #include "HXConstants.h"
+#include "HXDBusNotificationCenter.h"
 #include "HXDirectoryWatcher.h"
 #include "HXDistributedNotificationCenter.h"
 #include "HXNotificationCenter.h"
@@ -26,8 +27,8 @@ HXStatusReporter *HXStatusReporter::sharedReporter()
     static HXStatusReporter *shared = [] {
         auto make = [] {
             return new HXStatusReporter(Options{HXProductPaths::reportFile(),
-                                                &HXNotificationCenter::defaultCenter(), nullptr,
-                                                true});
+                                                &HXNotificationCenter::defaultCenter(),
+                                                HXDBusNotificationCenter::defaultCenter(), true});
         };
         QCoreApplication *app = QCoreApplication::instance();
         if (!app || QThread::currentThread() == app->thread())
