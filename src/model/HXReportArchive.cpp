@@ -54,27 +54,37 @@ std::optional<QList<std::shared_ptr<T>>> typedList(const QVariant &list,
 }
 
 template<class T>
+std::optional<QList<std::shared_ptr<T>>> typedListAt(KeyedUnarchiver &u, quint64 uid, int depth,
+                                                    const char *what)
+{
+    QList<std::shared_ptr<T>> out;
+    const bool ok = u.forEachInListAt(
+        uid, depth,
+        [&](QVariant &&item) {
+            if (item.metaType() != QMetaType::fromType<std::shared_ptr<T>>()) {
+                u.fail(QStringLiteral("a list of %1 holds something else").arg(QLatin1StringView(what)));
+                return false;
+            }
+            out.append(*static_cast<const std::shared_ptr<T> *>(item.constData()));
+            return true;
+        },
+        QStringLiteral("a list of %1").arg(QLatin1StringView(what)));
+    if (!ok || u.failed())
+        return std::nullopt;
+    return out;
+}
+
+template<class T>
 std::optional<QList<std::shared_ptr<T>>> typedListUnder(KeyedUnarchiver::Coder &coder,
                                                        QLatin1StringView key, const char *what)
 {
-    QList<std::shared_ptr<T>> out;
-    const bool ok = coder.forEachInList(key, [&](QVariant &&item) {
-        if (item.metaType() != QMetaType::fromType<std::shared_ptr<T>>()) {
-            coder.unarchiver().fail(QStringLiteral("a list of %1 holds something else")
-                                        .arg(QLatin1StringView(what)));
-            return false;
-        }
-        out.append(*static_cast<const std::shared_ptr<T> *>(item.constData()));
-        return true;
-    });
-    if (!ok || coder.unarchiver().failed()) {
-        if (!coder.unarchiver().failed())
-            coder.unarchiver().fail(QStringLiteral("the archive holds something other than a "
-                                                   "list of %1")
-                                        .arg(QLatin1StringView(what)));
-        return std::nullopt;
+    quint64 uid = 0;
+    if (!coder.referencedUid(key, &uid)) {
+        if (coder.unarchiver().failed())
+            return std::nullopt;
+        return QList<std::shared_ptr<T>>(); // a missing list is an empty one
     }
-    return out;
+    return typedListAt<T>(coder.unarchiver(), uid, coder.depth() + 1, what);
 }
 
 } // namespace
@@ -89,6 +99,12 @@ std::optional<HXLogEntryList> HXReportArchive::logEntriesUnder(KeyedUnarchiver::
                                                                QLatin1StringView key)
 {
     return typedListUnder<HXLogEntry>(coder, key, "log entries");
+}
+
+std::optional<HXLogEntryList> HXReportArchive::logEntriesAt(KeyedUnarchiver &unarchiver, quint64 uid,
+                                                            int depth)
+{
+    return typedListAt<HXLogEntry>(unarchiver, uid, depth, "log entries");
 }
 
 HXStatusReportRef HXReportArchive::decodeReport(const QByteArray &bytes, QString *error)

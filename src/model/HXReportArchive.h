@@ -37,4 +37,7 @@ public:
                                                             QLatin1StringView key);
     static std::optional<HXLogEntryList> logEntriesUnder(KeyedUnarchiver::Coder &coder,
                                                          QLatin1StringView key);
+    // The list of log entries archived at `uid`.
+    static std::optional<HXLogEntryList> logEntriesAt(KeyedUnarchiver &unarchiver, quint64 uid,
+                                                      int depth);
 };

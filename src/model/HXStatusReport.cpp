@@ -6,7 +6,9 @@
 #include "HXReportArchive.h"
 #include "HXReportLog.h"
 
+#include <QFuture>
 #include <QRegularExpression>
+#include <QtConcurrent/QtConcurrentRun>
 
 #include <algorithm>
 
@@ -453,12 +455,42 @@ void HXStatusReport::encodeWithArchiver(KeyedArchiver &archiver) const
 QVariant HXStatusReport::decodeWithCoder(KeyedUnarchiver::Coder &coder)
 {
     auto report = std::make_shared<HXStatusReport>();
+    KeyedUnarchiver &u = coder.unarchiver();
+
+    // The results and the log are separate parts of the archive (no object of
+    // one is an object of the other), so a large report's log is decoded by a
+    // second unarchiver over the same bytes on another core, while this
+    // thread decodes the results. Each part keeps its own checks.
+    constexpr qsizetype kParallelFrom = 256 * 1024;
+    quint64 logUid = 0;
+    const bool hasLog = coder.referencedUid(QLatin1StringView("log"), &logUid);
+    if (u.failed())
+        return {};
+    QFuture<std::pair<std::optional<HXLogEntryList>, QString>> logJob;
+    const bool parallel = hasLog && logUid != 0 && u.bytes().size() >= kParallelFrom;
+    if (parallel) {
+        logJob = QtConcurrent::run([bytes = u.bytes(), logUid, depth = coder.depth() + 1] {
+            KeyedUnarchiver other(KeyedUnarchiver::Mode::Secure);
+            HXReportArchive::registerModelClasses(other);
+            std::optional<HXLogEntryList> log;
+            if (other.open(bytes))
+                log = HXReportArchive::logEntriesAt(other, logUid, depth);
+            return std::make_pair(std::move(log), other.error());
+        });
+    }
+
     // A missing list is an empty one, never an absent one.
     auto results = HXReportArchive::testResultsUnder(coder, QLatin1StringView("testResults"));
-    if (!results)
-        return {};
-    auto log = HXReportArchive::logEntriesUnder(coder, QLatin1StringView("log"));
-    if (!log)
+    std::optional<HXLogEntryList> log;
+    if (parallel) {
+        auto [decoded, error] = logJob.result(); // waited for even when the results failed
+        if (!decoded && !u.failed())
+            u.fail(error);
+        log = std::move(decoded);
+    } else if (results) {
+        log = HXReportArchive::logEntriesUnder(coder, QLatin1StringView("log"));
+    }
+    if (!results || !log)
         return {};
     *report->m_testResults = std::move(*results);
     *report->m_log = std::move(*log);

@@ -601,73 +601,92 @@ bool KeyedUnarchiver::Coder::hasObject(QLatin1StringView key) const
     return f && m_owner.m_doc->uidAt(f->valueRef, &uid) && uid != 0;
 }
 
-bool KeyedUnarchiver::Coder::forEachInList(QLatin1StringView key,
-                                           const std::function<bool(QVariant &&)> &take)
+bool KeyedUnarchiver::Coder::referencedUid(QLatin1StringView key, quint64 *uid)
 {
     const Field *f = find(key);
     if (!f)
-        return !m_owner.failed();
-    BinaryPlistDocument::Object ref, entry;
-    QString why;
-    if (!m_owner.m_doc->object(f->valueRef, &ref, &why)) {
-        m_owner.fail(why);
         return false;
-    }
-    if (ref.kind != Kind::Uid)
-        return wrongType(key, "a list");
-    const quint64 uid = m_owner.m_doc->uidValue(ref);
+    if (!m_owner.m_doc->uidAt(f->valueRef, uid))
+        return wrongType(key, "an object reference");
+    return true;
+}
+
+bool KeyedUnarchiver::Coder::forEachInList(QLatin1StringView key,
+                                           const std::function<bool(QVariant &&)> &take)
+{
+    quint64 uid = 0;
+    if (!referencedUid(key, &uid))
+        return !m_owner.failed();
+    return m_owner.forEachInListAt(uid, m_depth + 1, take,
+                                   QStringLiteral("a list under \u201c%1\u201d").arg(key));
+}
+
+bool KeyedUnarchiver::forEachInListAt(quint64 uid, int depth,
+                                      const std::function<bool(QVariant &&)> &take,
+                                      const QString &what)
+{
+    if (failed())
+        return false;
     if (uid == 0)
         return true;
-    // The list object itself: an NSArray whose "NS.objects" are walked in place.
-    const QVariant cached = m_owner.m_state.size() > uid && m_owner.m_state[uid] == Cached
-                                ? m_owner.m_decoded.value(uid)
-                                : QVariant();
-    if (cached.isValid()) {
+    auto notAList = [&] {
+        fail(QStringLiteral("the archive holds something other than %1").arg(what));
+        return false;
+    };
+    if (uid >= m_objects.count) {
+        fail(QStringLiteral("an archive reference is out of range"));
+        return false;
+    }
+    // A list decoded before as a value is walked from there.
+    if (m_state[uid] == Cached) {
+        const QVariant cached = m_decoded.value(uid);
         if (cached.metaType().id() != QMetaType::QVariantList)
-            return wrongType(key, "a list");
+            return notAList();
         for (QVariant v : cached.toList()) {
             if (!take(std::move(v)))
                 return false;
         }
         return true;
     }
-    if (uid >= m_owner.m_objects.count) {
-        m_owner.fail(QStringLiteral("an archive reference is out of range"));
+    if (m_state[uid] == Decoding) {
+        fail(QStringLiteral("the archive contains an object that contains itself"));
         return false;
     }
-    if (m_owner.m_state[uid] == Decoding) {
-        m_owner.fail(QStringLiteral("the archive contains an object that contains itself"));
+    if (depth > kMaxDepth) {
+        fail(QStringLiteral("the archive is nested too deeply"));
         return false;
     }
-    if (!m_owner.m_doc->object(m_owner.m_doc->reference(m_owner.m_objects, uid), &entry, &why)) {
-        m_owner.fail(why);
+    BinaryPlistDocument::Object entry, objects;
+    QString why;
+    if (!m_doc->object(m_doc->reference(m_objects, uid), &entry, &why)) {
+        fail(why);
         return false;
     }
-    Coder list(m_owner, QString());
-    list.m_depth = m_depth + 1;
-    if (entry.kind != Kind::Dict || !m_owner.loadFields(entry, &list))
-        return m_owner.failed() ? false : wrongType(key, "a list");
-    const Field *cls = list.find(QLatin1StringView("$class"));
-    BinaryPlistDocument::Object clsRef, objects;
-    if (!cls || !m_owner.m_doc->object(cls->valueRef, &clsRef, &why) || clsRef.kind != Kind::Uid)
-        return wrongType(key, "a list");
-    const ClassInfo *info = m_owner.resolveClass(m_owner.m_doc->uidValue(clsRef));
+    Coder list(*this, QString());
+    list.m_depth = depth;
+    if (entry.kind != Kind::Dict || !loadFields(entry, &list))
+        return failed() ? false : notAList();
+    quint64 classUid = 0;
+    const Coder::Field *cls = list.find(QLatin1StringView("$class"));
+    if (!cls || !m_doc->uidAt(cls->valueRef, &classUid))
+        return notAList();
+    const ClassInfo *info = resolveClass(classUid);
     if (!info)
         return false;
     if (info->kind != ValueKind::List)
-        return wrongType(key, "a list");
-    const Field *items = list.find(QLatin1StringView("NS.objects"));
+        return notAList();
+    const Coder::Field *items = list.find(QLatin1StringView("NS.objects"));
     if (!items)
         return true;
-    if (!m_owner.m_doc->object(items->valueRef, &objects, &why) || objects.kind != Kind::Array) {
-        m_owner.fail(QStringLiteral("an archived list is damaged"));
+    if (!m_doc->object(items->valueRef, &objects, &why) || objects.kind != Kind::Array) {
+        fail(QStringLiteral("an archived list is damaged"));
         return false;
     }
-    m_owner.m_state[uid] = Decoding;
-    const bool ok = m_owner.forEachReferenced(objects, list.m_depth, take);
+    m_state[uid] = Decoding;
+    const bool ok = forEachReferenced(objects, depth, take);
     // Walked, not kept: a second reference decodes it as a value.
-    m_owner.m_state[uid] = SeenOnce;
-    return ok && !m_owner.failed();
+    m_state[uid] = SeenOnce;
+    return ok && !failed();
 }
 
 bool KeyedUnarchiver::Coder::decodeList(QLatin1StringView key, QVariantList *out)

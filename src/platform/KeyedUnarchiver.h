@@ -50,6 +50,16 @@ public:
     // Every entry of "$top" decoded.
     QVariantMap decodeTop();
 
+    // The bytes being decoded, for a second unarchiver that decodes another
+    // part of the same archive (on another thread: the bytes are read-only).
+    QByteArray bytes() const { return m_doc ? m_doc->bytes() : QByteArray(); }
+
+    // Hands each object of the list archived at `uid` to `take`, at nesting
+    // `depth`. False, with the archive failed, when `uid` is not a list (the
+    // error names `what`) or `take` said no. Uid 0 ("$null") is an empty list.
+    bool forEachInListAt(quint64 uid, int depth, const std::function<bool(QVariant &&)> &take,
+                         const QString &what);
+
     bool failed() const { return !m_error.isEmpty(); }
     const QString &error() const { return m_error; }
     void fail(const QString &why);
@@ -61,6 +71,10 @@ public:
         bool contains(QLatin1StringView key) const { return find(key) != nullptr; }
         // The key refers to an object (not missing, not "$null").
         bool hasObject(QLatin1StringView key) const;
+        // The UID the key holds: true with *uid set (0 for "$null"); false when
+        // the key is missing, or holds something else (which fails the archive).
+        bool referencedUid(QLatin1StringView key, quint64 *uid);
+        int depth() const { return m_depth; }
         // The object a key refers to; invalid for a missing key or "$null".
         QVariant decodeObject(QLatin1StringView key);
         // Typed forms that refuse (fail the archive) when the value is present

@@ -12,6 +12,7 @@
 #include "HXStatusReporter.h"
 #include "HXSystemLog.h"
 #include "KeyedUnarchiver.h"
+#include "ReportFactory.h"
 
 #include <QFile>
 #include <QSignalSpy>
@@ -264,7 +265,7 @@ private Q_SLOTS:
         FakeReport wrongType;
         wrongType.encode = [](KeyedArchiver &a) { a.encodeValue(QStringLiteral("testResults"), QStringLiteral("surprise")); };
         QTest::newRow("text where the results go") << KeyedArchiver().archiveRootObject(wrongType)
-                                                   << QStringLiteral("other than a list under \u201ctestResults\u201d");
+                                                   << QStringLiteral("other than a list of test results");
         FakeReport entriesAsResults;
         auto entry = HXLogEntry::entryWithTypeCompoundString(HXDTestResultErrorType, QStringLiteral("x"));
         entriesAsResults.encode = [&](KeyedArchiver &a) { a.encodeObjectList(QStringLiteral("testResults"), HXLogEntryList{entry}); };
@@ -302,6 +303,18 @@ private Q_SLOTS:
         QTest::newRow("a result inside a result's details")
             << TestSupportRead(QStringLiteral(ORVEX_FUZZ_CORPUS_DIR "/archive/regression-result-inside-details"))
             << QStringLiteral("other than property-list values");
+        // Large enough that the log is decoded on another thread: its
+        // failure must still reach the load.
+        static const HXStatusReportRef big = ReportFactory::make(4000, 10);
+        FakeReport bigWithBadLog;
+        bigWithBadLog.encode = [](KeyedArchiver &a) {
+            a.encodeObjectList(QStringLiteral("testResults"), big->testResults());
+            a.encodeObjectList(QStringLiteral("log"), HXTestResultList{big->testResults().first()});
+        };
+        const QByteArray bigBytes = KeyedArchiver().archiveRootObject(bigWithBadLog);
+        QVERIFY(bigBytes.size() > 256 * 1024);
+        QTest::newRow("a large report whose log holds a result") << bigBytes
+                                                                << QStringLiteral("a list of log entries holds something else");
         QTest::newRow("lists nested 10,000 deep") << nestedArchive(10000, false) << QStringLiteral("nested too deeply");
         QTest::newRow("a log entry that is its own child") << nestedArchive(1, true) << QStringLiteral("contains itself");
     }
