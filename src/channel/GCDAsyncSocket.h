@@ -88,9 +88,6 @@ public:
     std::shared_ptr<void> userData() const { return m_userData; }
     void setUserData(std::shared_ptr<void> userData) { m_userData = std::move(userData); }
 
-    // Bytes received but not yet handed to a read (memory a peer can make us hold).
-    qsizetype bufferedBytes() const { return m_buffer.size(); }
-
 private:
     explicit GCDAsyncSocket(GCDAsyncSocketDelegate *delegate);
 

@@ -31,29 +31,6 @@ std::shared_ptr<T> decodeRoot(const QByteArray &bytes, QString *error, const cha
 }
 
 template<class T>
-std::optional<QList<std::shared_ptr<T>>> typedList(const QVariant &list,
-                                                   KeyedUnarchiver *unarchiver, const char *what)
-{
-    if (list.metaType().id() != QMetaType::QVariantList) {
-        unarchiver->fail(QStringLiteral("the archive holds something other than a list of %1")
-                             .arg(QLatin1StringView(what)));
-        return std::nullopt;
-    }
-    const QVariantList items = list.toList();
-    QList<std::shared_ptr<T>> out;
-    out.reserve(items.size());
-    for (const QVariant &item : items) {
-        if (item.metaType() != QMetaType::fromType<std::shared_ptr<T>>()) {
-            unarchiver->fail(QStringLiteral("a list of %1 holds something else")
-                                 .arg(QLatin1StringView(what)));
-            return std::nullopt;
-        }
-        out.append(item.value<std::shared_ptr<T>>());
-    }
-    return out;
-}
-
-template<class T>
 std::optional<QList<std::shared_ptr<T>>> typedListAt(KeyedUnarchiver &u, quint64 uid, int depth,
                                                     const char *what)
 {
@@ -126,16 +103,4 @@ HXTestResultRef HXReportArchive::decodeTestResult(const QByteArray &bytes, QStri
 HXLogEntryRef HXReportArchive::decodeLogEntry(const QByteArray &bytes, QString *error)
 {
     return decodeRoot<HXLogEntry>(bytes, error, "a log entry");
-}
-
-std::optional<HXTestResultList> HXReportArchive::testResultsFrom(const QVariant &list,
-                                                                 KeyedUnarchiver *unarchiver)
-{
-    return typedList<HXTestResult>(list, unarchiver, "test results");
-}
-
-std::optional<HXLogEntryList> HXReportArchive::logEntriesFrom(const QVariant &list,
-                                                              KeyedUnarchiver *unarchiver)
-{
-    return typedList<HXLogEntry>(list, unarchiver, "log entries");
 }

@@ -24,13 +24,6 @@ public:
     static HXTestResultRef decodeTestResult(const QByteArray &bytes, QString *error = nullptr);
     static HXLogEntryRef decodeLogEntry(const QByteArray &bytes, QString *error = nullptr);
 
-    // Decoded lists checked element by element; nullopt (the unarchiver
-    // failed with a reason) when an element is of another class.
-    static std::optional<HXTestResultList> testResultsFrom(const QVariant &list,
-                                                           KeyedUnarchiver *unarchiver);
-    static std::optional<HXLogEntryList> logEntriesFrom(const QVariant &list,
-                                                        KeyedUnarchiver *unarchiver);
-
     // The list under `key` read straight into typed lists; nullopt when the
     // archive failed. A missing key gives an empty list.
     static std::optional<HXTestResultList> testResultsUnder(KeyedUnarchiver::Coder &coder,

@@ -579,21 +579,6 @@ bool KeyedUnarchiver::Coder::decodeDate(QLatin1StringView key, QDateTime *out)
     return true;
 }
 
-bool KeyedUnarchiver::Coder::decodeMap(QLatin1StringView key, QVariantMap *out, bool *isNull)
-{
-    const QVariant v = decodeObject(key);
-    if (isNull)
-        *isNull = isPlistNull(v);
-    if (m_owner.failed())
-        return false;
-    if (!v.isValid() || isPlistNull(v))
-        return true;
-    if (v.metaType().id() != QMetaType::QVariantMap)
-        return wrongType(key, "a dictionary");
-    *out = v.toMap();
-    return true;
-}
-
 bool KeyedUnarchiver::Coder::hasObject(QLatin1StringView key) const
 {
     const Field *f = find(key);
@@ -609,16 +594,6 @@ bool KeyedUnarchiver::Coder::referencedUid(QLatin1StringView key, quint64 *uid)
     if (!m_owner.m_doc->uidAt(f->valueRef, uid))
         return wrongType(key, "an object reference");
     return true;
-}
-
-bool KeyedUnarchiver::Coder::forEachInList(QLatin1StringView key,
-                                           const std::function<bool(QVariant &&)> &take)
-{
-    quint64 uid = 0;
-    if (!referencedUid(key, &uid))
-        return !m_owner.failed();
-    return m_owner.forEachInListAt(uid, m_depth + 1, take,
-                                   QStringLiteral("a list under \u201c%1\u201d").arg(key));
 }
 
 bool KeyedUnarchiver::forEachInListAt(quint64 uid, int depth,
@@ -689,19 +664,6 @@ bool KeyedUnarchiver::forEachInListAt(quint64 uid, int depth,
     return ok && !failed();
 }
 
-bool KeyedUnarchiver::Coder::decodeList(QLatin1StringView key, QVariantList *out)
-{
-    const QVariant v = decodeObject(key);
-    if (m_owner.failed())
-        return false;
-    if (!v.isValid())
-        return true;
-    if (v.metaType().id() != QMetaType::QVariantList)
-        return wrongType(key, "a list");
-    *out = v.toList();
-    return true;
-}
-
 qint64 KeyedUnarchiver::Coder::decodeInt64(QLatin1StringView key)
 {
     const Field *f = find(key);
@@ -724,14 +686,3 @@ bool KeyedUnarchiver::Coder::decodeBool(QLatin1StringView key)
     return decodeInt64(key) != 0;
 }
 
-double KeyedUnarchiver::Coder::decodeDouble(QLatin1StringView key)
-{
-    const Field *f = find(key);
-    BinaryPlistDocument::Object o;
-    QString why;
-    if (!f || !m_owner.m_doc->object(f->valueRef, &o, &why))
-        return 0;
-    if (o.kind == Kind::Real)
-        return m_owner.m_doc->realValue(o);
-    return double(decodeInt64(key));
-}

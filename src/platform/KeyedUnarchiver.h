@@ -81,17 +81,9 @@ public:
         // but of another type. A missing key leaves *out alone and answers true.
         bool decodeString(QLatin1StringView key, QString *out);
         bool decodeDate(QLatin1StringView key, QDateTime *out);
-        bool decodeMap(QLatin1StringView key, QVariantMap *out, bool *isNull = nullptr);
-        bool decodeList(QLatin1StringView key, QVariantList *out);
-        // Hands each object of the list under `key` to `take` without
-        // building the list; answers false (the archive failed) when the key
-        // holds something other than a list, or `take` said no. A missing
-        // key is an empty list.
-        bool forEachInList(QLatin1StringView key, const std::function<bool(QVariant &&)> &take);
         // Inline scalars; 0 and false when missing or of another type.
         qint64 decodeInt64(QLatin1StringView key);
         bool decodeBool(QLatin1StringView key);
-        double decodeDouble(QLatin1StringView key);
 
         const QString &className() const { return m_className; }
         KeyedUnarchiver &unarchiver() { return m_owner; }
