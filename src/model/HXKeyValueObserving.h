@@ -107,3 +107,14 @@ using HXObjectList = QList<HXObjectRef>;
 Q_DECLARE_TYPEINFO(HXObjectRef, Q_RELOCATABLE_TYPE);
 Q_DECLARE_METATYPE(HXObjectRef)
 Q_DECLARE_METATYPE(HXObjectList)
+
+// A list of model objects as valueForKey() hands it out.
+template<class List>
+HXObjectList HXAsObjectList(const List &list)
+{
+    HXObjectList out;
+    out.reserve(list.size());
+    for (const auto &item : list)
+        out.append(item);
+    return out;
+}

@@ -13,14 +13,6 @@ const QString kCount = QStringLiteral("count");
 const QString kLeaf = QStringLiteral("leaf");
 const QString kIsFile = QStringLiteral("isFile");
 
-HXObjectList asObjectList(const HXLogEntryList &list)
-{
-    HXObjectList out;
-    out.reserve(list.size());
-    for (const HXLogEntryRef &e : list)
-        out.append(e);
-    return out;
-}
 } // namespace
 
 HXLogEntryRef HXLogEntry::entryWithTimestamp(const QDateTime &timestamp, const QString &type,
@@ -322,7 +314,7 @@ QVariant HXLogEntry::valueForKey(const QString &key) const
     if (key == kString)
         return m_string;
     if (key == kChildren)
-        return m_children ? QVariant::fromValue(asObjectList(*m_children)) : QVariant();
+        return m_children ? QVariant::fromValue(HXAsObjectList(*m_children)) : QVariant();
     if (key == kCount)
         return QVariant::fromValue(m_count);
     if (key == kLeaf)

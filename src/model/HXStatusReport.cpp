@@ -19,16 +19,6 @@ const QString kPassed = QStringLiteral("passed");
 const QString kTestResults = QStringLiteral("testResults");
 const QString kLog = QStringLiteral("log");
 
-template<class List>
-HXObjectList asObjectList(const List &list)
-{
-    HXObjectList out;
-    out.reserve(list.size());
-    for (const auto &e : list)
-        out.append(e);
-    return out;
-}
-
 // "MATCHES": the whole string matches the pattern, read as a regular
 // expression. A pattern that does not compile matches nothing.
 class WholeMatch
@@ -433,15 +423,15 @@ QStringList HXStatusReport::keyPaths() const
 QVariant HXStatusReport::valueForKey(const QString &key) const
 {
     if (key == kWarnings)
-        return QVariant::fromValue(asObjectList(warnings()));
+        return QVariant::fromValue(HXAsObjectList(warnings()));
     if (key == kErrors)
-        return QVariant::fromValue(asObjectList(errors()));
+        return QVariant::fromValue(HXAsObjectList(errors()));
     if (key == kPassed)
-        return QVariant::fromValue(asObjectList(passed()));
+        return QVariant::fromValue(HXAsObjectList(passed()));
     if (key == kTestResults)
-        return QVariant::fromValue(asObjectList(testResults()));
+        return QVariant::fromValue(HXAsObjectList(testResults()));
     if (key == kLog)
-        return QVariant::fromValue(asObjectList(log()));
+        return QVariant::fromValue(HXAsObjectList(log()));
     return {};
 }
 
