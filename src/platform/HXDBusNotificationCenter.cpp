@@ -2,6 +2,7 @@
 
 #include "BinaryPlistReader.h"
 #include "BinaryPlistWriter.h"
+#include "HXDBusNames.h"
 #include "HXSystemLog.h"
 
 #include <QDBusMessage>
@@ -12,17 +13,12 @@ const QString HXDBusNotificationCenter::kInterface = QStringLiteral("com.talvorn
 const QString HXDBusNotificationCenter::kPath = QStringLiteral("/com/talvorn/Orvex/DistributedNotificationCenter");
 const QString HXDBusNotificationCenter::kSignal = QStringLiteral("Notification");
 
-QDBusConnection HXDBusNotificationCenter::daemonBus()
-{
-    if (qEnvironmentVariable("ORVEX_DAEMON_BUS") == QLatin1String("session"))
-        return QDBusConnection::sessionBus();
-    return QDBusConnection::systemBus();
-}
-
 HXDBusNotificationCenter *HXDBusNotificationCenter::defaultCenter()
 {
+    // The application and the agent share the session bus; what the daemons
+    // post arrives on theirs, which only root may post on.
     static auto *center = new HXDBusNotificationCenter(
-        daemonBus(), {QDBusConnection::sessionBus(), QDBusConnection::systemBus()});
+        QDBusConnection::sessionBus(), {QDBusConnection::sessionBus(), HXDBusNames::daemonBus()});
     return center;
 }
 

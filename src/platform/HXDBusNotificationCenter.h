@@ -36,10 +36,8 @@ public:
     static const QString kPath;
     static const QString kSignal;
 
-    // The bus the daemons are on: the system bus, or the session bus when
-    // ORVEX_DAEMON_BUS=session (tests, the demo, unprivileged runs).
-    static QDBusConnection daemonBus();
-    // Posts on the daemons' bus and listens on the session and system buses.
+    // The application's centre: posts on the session bus and listens on the
+    // session bus and the daemons' bus.
     static HXDBusNotificationCenter *defaultCenter();
 
     HXDBusNotificationCenter(const QDBusConnection &postBus, const QList<QDBusConnection> &listenBuses,
