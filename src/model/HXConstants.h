@@ -72,3 +72,7 @@ inline const QString HXDTestFoundErrorInfoDiskNameKey = QStringLiteral("diskName
 inline const QString HXDTestFoundErrorInfoBSDNameKey = QStringLiteral("bsdName");
 inline const QString HXDTestFoundErrorInfoDescriptionKey = QStringLiteral("description");
 inline const QString HXDTestFoundErrorInfoUUIDKey = QStringLiteral("UUID");
+
+// The worker's broadcast that a live test status changed (no user info).
+inline const QString OrvexWorkerDaemonTestStatusChangedNotification =
+    QStringLiteral("OrvexWorkerDaemonTestStatusChangedNotification");

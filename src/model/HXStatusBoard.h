@@ -37,6 +37,16 @@ enum HXGroupStatus : int {
     HXGroupStatusNotApplicable = 4,
 };
 
+// Live test status codes, as the worker reports a test while a pass runs.
+// Never to be mixed with the group status codes.
+enum HXLiveTestStatus : qint32 {
+    HXLiveTestStatusPending = 0,
+    HXLiveTestStatusNotApplicable = 1,
+    HXLiveTestStatusRunning = 2,
+    HXLiveTestStatusFailed = 3,
+    HXLiveTestStatusPassed = 4,
+};
+
 // A result's index in the report while no result decided a test.
 inline constexpr qint64 HXResultIndexNotFound = std::numeric_limits<qint64>::max();
 

@@ -27,11 +27,17 @@ QString interfaceName(const QString &protocol)
     return QStringLiteral("com.talvorn.") + protocol;
 }
 
-QDBusConnection daemonBus()
+QDBusConnection::BusType daemonBusType()
 {
     if (qEnvironmentVariable("ORVEX_DAEMON_BUS") == QLatin1String("session"))
-        return QDBusConnection::sessionBus();
-    return QDBusConnection::systemBus();
+        return QDBusConnection::SessionBus;
+    return QDBusConnection::SystemBus;
+}
+
+QDBusConnection daemonBus()
+{
+    return daemonBusType() == QDBusConnection::SessionBus ? QDBusConnection::sessionBus()
+                                                          : QDBusConnection::systemBus();
 }
 
 } // namespace HXDBusNames

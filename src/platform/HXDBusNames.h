@@ -19,6 +19,7 @@ QString interfaceName(const QString &protocol);
 // The bus the worker and idle daemons are on: the system bus, or the session
 // bus when ORVEX_DAEMON_BUS=session (tests, the demo, unprivileged runs).
 QDBusConnection daemonBus();
+QDBusConnection::BusType daemonBusType();
 
 } // namespace HXDBusNames
 

@@ -37,3 +37,28 @@ QString HXProductPaths::logsFolder()
 {
     return map(QStringLiteral("/var/log/orvex"));
 }
+
+QString HXProductPaths::workerStoreFile()
+{
+    return map(QStringLiteral("/var/lib/orvex/OrvexWorkerDaemon.storedata"));
+}
+
+QString HXProductPaths::isIdleMarker()
+{
+    return map(QStringLiteral("/var/lib/orvex/.isIdle"));
+}
+
+QString HXProductPaths::isIdlePrimaryMarker()
+{
+    return map(QStringLiteral("/var/lib/orvex/.isIdlePrimary"));
+}
+
+QString HXProductPaths::isIdleSecondaryMarker()
+{
+    return map(QStringLiteral("/var/lib/orvex/.isIdleSecondary"));
+}
+
+QString HXProductPaths::forceFailuresMarker()
+{
+    return map(QStringLiteral("/var/lib/orvex/.forceFailures"));
+}

@@ -16,4 +16,11 @@ public:
     static QString reportFile();
     static QString testReportFile();
     static QString logsFolder();
+    static QString workerStoreFile(); // the worker daemon's persistent store
+
+    // Marker files shared with the daemons, in the library folder.
+    static QString isIdleMarker();
+    static QString isIdlePrimaryMarker();
+    static QString isIdleSecondaryMarker();
+    static QString forceFailuresMarker();
 };

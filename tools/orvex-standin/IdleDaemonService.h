@@ -1,0 +1,110 @@
+#pragma once
+
+#include <QDBusContext>
+#include <QDBusObjectPath>
+#include <QObject>
+#include <QVariantMap>
+
+class WorkerDaemonService;
+
+// The idle daemon's published object. Its settings (the idle schedule, the
+// exclusions, testing on battery, testing enabled, suppressed interaction,
+// debug mode, the recorded dates) live in an XML property list under the
+// root; a damaged file is moved aside, never overwritten. Forcing starts or
+// stops the worker's pass and keeps the marker files as the daemon does.
+class IdleDaemonService : public QObject, protected QDBusContext
+{
+    Q_OBJECT
+
+public:
+    static const QString kSchedulePath; // the schedule passed by reference
+
+    IdleDaemonService(WorkerDaemonService *worker, bool sleepTimeAllowsIdleRun, QObject *parent = nullptr);
+
+    static QString settingsFile();
+    QVariantMap schedule() const;
+
+public Q_SLOTS: // HXIdleDaemonUserInteractionProtocol
+    bool workerDaemonIsPaused();
+    bool workerDaemonIsEnabled();
+    void disableWorkerDaemon();
+    void enableWorkerDaemon();
+    bool workerDaemonIsTesting();
+    void forceStartTesting();
+    void forceStopTesting();
+    bool forceFailures(bool force);
+    void forcePrimaryTime();
+    void forceSecondaryTime();
+    void requestIdleIgnore(bool ignore);
+    void deleteWorkerDaemonPersistentStore();
+    void deleteStatusReport();
+    void clearStatusReport();
+    void clearStatusReportLogFile();
+    void restartIdleManager();
+    void exitDaemon();
+    QByteArray idleDaemonPreferences();
+    void setSuppressUserInteraction(bool suppress);
+    bool isUserInteractionSuppressed();
+    bool fileExistsAtPath(const QString &path);
+    QString fileOwnerNameForFileAtPath(const QString &path);
+    void requestLogDeletionForUser(const QString &user);
+    void recordUserReviewedNewIssues(const QByteArray &issues);
+    double lastUserReviewDate();
+    bool finderNeedsRelaunchForUser(const QString &user);
+    void invalidateFinderNeedsRelaunchForUser(const QString &user);
+    void scheduleFinderNeedsRelaunchForUsers(const QByteArray &users);
+    QByteArray runningProcesses();
+    bool processIsRunning(const QString &processName);
+    QByteArray runningBlacklistedApps();
+    QString sampleOfProcessName(const QString &processName);
+    QByteArray PIDsForProcessName(const QString &processName);
+    QByteArray exclusions();
+    void setExclusions(const QByteArray &exclusions);
+    void addExclusion(const QByteArray &exclusion);
+    void removeExclusion(const QByteArray &exclusion);
+    bool allowsTestingOnBatteryPower();
+    void setAllowsTestingOnBatteryPower(bool allows);
+    bool systemSleepTimeAllowsIdleRun();
+    void setIdleSchedule(const QByteArray &schedule);
+    QByteArray getIdleSchedule();
+    QDBusObjectPath idleSchedule();
+    bool isDebugModeEnabled();
+    void setIsDebugModeEnabled(bool enabled);
+    void resetGeneralDefaults();
+    void resetExclusions();
+    double POSTTestLastCheckDate();
+    void setPOSTTestLastCheckDate(double date);
+    void framistan();
+
+private:
+    void load();
+    void save();
+    void set(const QString &key, const QVariant &value);
+    QVariant setting(const QString &key) const;
+    // The by-copy argument, or an invalid value after refusing the call.
+    QVariant decodeArgument(const QByteArray &bytes, const char *method, int expected);
+    QByteArray encodeAnswer(const QVariant &value);
+    void startForced(const QString &marker);
+
+    WorkerDaemonService *m_worker;
+    bool m_sleepTimeAllowsIdleRun;
+    bool m_idleIgnoreRequested = false;
+    QVariantMap m_settings;
+};
+
+// The schedule as a dictionary passed by reference (HXRemoteDictionary).
+class IdleScheduleObject : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit IdleScheduleObject(IdleDaemonService *daemon);
+
+public Q_SLOTS:
+    qint64 count();
+    QStringList allKeys();
+    QByteArray objectForKey(const QString &key);
+
+private:
+    IdleDaemonService *m_daemon;
+};

@@ -1,0 +1,30 @@
+#include "StandinFiles.h"
+
+#include "AtomicFileWriter.h"
+#include "PropertyList.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+QVariant StandinReadPlistFile(const QString &path, QString *error)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) {
+        *error = file.errorString();
+        return {};
+    }
+    return readPropertyList(file.readAll(), error);
+}
+
+bool StandinWritePlistFile(const QString &path, const QVariant &value, QString *error)
+{
+    const QByteArray xml = writeXmlPropertyList(value, error);
+    if (xml.isEmpty())
+        return false;
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    const AtomicFileWriter::Result result = AtomicFileWriter::write(path, xml, 0644, QString());
+    if (!result.written)
+        *error = result.writeError;
+    return result.written;
+}

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <QString>
+#include <QVariant>
+
+// The stand-in's own files (settings, the worker's store) are XML property
+// lists, so that a developer can read and edit them.
+
+// The file's value; an invalid QVariant with a sentence when it is missing or
+// does not parse.
+QVariant StandinReadPlistFile(const QString &path, QString *error);
+// Replaces the file whole (temporary file and rename); false with a sentence
+// on failure, the old file being left as it was.
+bool StandinWritePlistFile(const QString &path, const QVariant &value, QString *error);
