@@ -9,7 +9,7 @@ class WorkerDaemonService;
 
 // The idle daemon's published object. Its settings (the idle schedule, the
 // exclusions, testing on battery, testing enabled, suppressed interaction,
-// debug mode, the recorded dates) live in an XML property list under the
+// debug mode, the recorded dates) live in a property-list file under the
 // root; a damaged file is moved aside, never overwritten. Forcing starts or
 // stops the worker's pass and keeps the marker files as the daemon does.
 class IdleDaemonService : public QObject, protected QDBusContext

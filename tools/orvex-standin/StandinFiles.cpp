@@ -1,6 +1,7 @@
 #include "StandinFiles.h"
 
 #include "AtomicFileWriter.h"
+#include "BinaryPlistWriter.h"
 #include "PropertyList.h"
 
 #include <QDir>
@@ -19,11 +20,11 @@ QVariant StandinReadPlistFile(const QString &path, QString *error)
 
 bool StandinWritePlistFile(const QString &path, const QVariant &value, QString *error)
 {
-    const QByteArray xml = writeXmlPropertyList(value, error);
-    if (xml.isEmpty())
+    const QByteArray bytes = BinaryPlistWriter::write(value, error);
+    if (bytes.isEmpty())
         return false;
     QDir().mkpath(QFileInfo(path).absolutePath());
-    const AtomicFileWriter::Result result = AtomicFileWriter::write(path, xml, 0644, QString());
+    const AtomicFileWriter::Result result = AtomicFileWriter::write(path, bytes, 0644, QString());
     if (!result.written)
         *error = result.writeError;
     return result.written;

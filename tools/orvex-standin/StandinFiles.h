@@ -3,8 +3,9 @@
 #include <QString>
 #include <QVariant>
 
-// The stand-in's own files (settings, the worker's store) are XML property
-// lists, so that a developer can read and edit them.
+// The stand-in's own files (settings, the worker's store) are binary property
+// lists, which keep dates to the millisecond; a file a developer rewrote as
+// XML (plistutil) is read as well.
 
 // The file's value; an invalid QVariant with a sentence when it is missing or
 // does not parse.
