@@ -140,11 +140,13 @@ void WorkerDaemonService::tellStatusView(const QString &command)
 
 void WorkerDaemonService::activate()
 {
+    HXSystemLog::write(QStringLiteral("Worker: activate"));
     startTesting();
 }
 
 void WorkerDaemonService::deactivate()
 {
+    HXSystemLog::write(QStringLiteral("Worker: deactivate"));
     stopTesting();
 }
 

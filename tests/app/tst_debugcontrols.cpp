@@ -1,0 +1,234 @@
+// The debug controls: the controller's marker-file rules, its daemon actions
+// against the stand-ins, and the two small windows.
+#include "HXDebugController.h"
+#include "HXDebugWindowController.h"
+#include "HXNotificationCenter.h"
+#include "HXProductPaths.h"
+#include "HXRemoteProxy.h"
+#include "HXSystemLog.h"
+#include "HXWorkerDaemonController.h"
+#include "StandinProcess.h"
+
+#include <QAbstractButton>
+#include <QApplication>
+#include <QButtonGroup>
+#include <QDir>
+#include <QFile>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTimer>
+
+class TestDebugControls : public QObject
+{
+    Q_OBJECT
+
+private:
+    QTemporaryDir m_root;
+
+    static QString idle() { return HXProductPaths::isIdleMarker(); }
+
+    // Runs `action`, answering the modal alert it opens; the alert's texts, or
+    // nothing when none opened.
+    static QStringList answerAlert(const std::function<void()> &action)
+    {
+        QStringList seen;
+        QTimer poll;
+        QObject::connect(&poll, &QTimer::timeout, [&] {
+            if (auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget())) {
+                seen = {box->text(), box->informativeText()};
+                const auto buttons = box->buttons();
+                for (QAbstractButton *b : buttons)
+                    seen.append(b->text().remove(QLatin1Char('&')));
+                box->reject();
+            }
+        });
+        poll.start(10);
+        action();
+        return seen;
+    }
+
+    static QPushButton *buttonTitled(QWidget *window, const QString &title)
+    {
+        const auto buttons = window->findChildren<QPushButton *>();
+        for (QPushButton *b : buttons) {
+            if (b->text() == title)
+                return b;
+        }
+        return nullptr;
+    }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QVERIFY(m_root.isValid());
+        qputenv("ORVEX_ROOT", m_root.path().toUtf8());
+        qputenv("ORVEX_DAEMON_BUS", "session");
+        HXRemoteProxy::setCallTimeout(3000);
+        HXSystemLog::setSink([](const QString &) {});
+    }
+
+    void init()
+    {
+        QDir(HXProductPaths::root() + QStringLiteral("/var")).removeRecursively();
+    }
+
+    void labelsFollowEveryAssignmentOnlyWhileObserving()
+    {
+        HXDebugController c;
+        c.setWorkerIsActive(true);
+        QCOMPARE(c.workerActiveStatusLabel(), QString());
+        c.load(); // no marker files: both false, and the labels are set all the same
+        QCOMPARE(c.workerActiveStatusLabel(), QStringLiteral("Inactive"));
+        QCOMPARE(c.forcedFailuresLabel(), QStringLiteral("Failures: Normal"));
+        c.setFailuresAreForced(true);
+        QCOMPARE(c.forcedFailuresLabel(), QStringLiteral("Failures: Forced"));
+        c.removeObservers();
+        c.setFailuresAreForced(false);
+        QCOMPARE(c.forcedFailuresLabel(), QStringLiteral("Failures: Forced"));
+    }
+
+    void withoutTheDaemonTheMarkerFilesDecide()
+    {
+        HXDebugController c;
+        c.load();
+        // Stopping by file with no marker sets inactive and touches nothing.
+        c.forceStopWorkerUsingIdleFile();
+        QVERIFY(!c.workerIsActive());
+        QVERIFY(!QFile::exists(HXProductPaths::libraryFolder()));
+
+        c.forceStartWorkerUsingIdleFile();
+        c.forceStartWorkerUsingIdleFile();
+        QVERIFY(c.workerIsActive());
+        QCOMPARE(c.workerActiveStatusLabel(), QStringLiteral("Active"));
+        QVERIFY(QFile::exists(idle()));
+        QVERIFY(QFile::exists(HXProductPaths::isIdlePrimaryMarker()));
+
+        // The daemon's actions still refresh from the marker; failures cannot
+        // be forced without it.
+        c.forceStopWorker();
+        QVERIFY(c.workerIsActive());
+        c.forceTestFailures();
+        QCOMPARE(c.forcedFailuresLabel(), QStringLiteral("Failures: Normal"));
+        c.deleteStatusReport(); // nobody to ask: nothing happens
+
+        c.forceStopWorkerUsingIdleFile();
+        QVERIFY(!c.workerIsActive());
+        QVERIFY(!QFile::exists(idle()));
+        QVERIFY(QFile::exists(HXProductPaths::isIdlePrimaryMarker()));
+    }
+
+    void aFolderThatCannotBeMadeIsShownToTheUser()
+    {
+        // The library folder's parent is a file.
+        QDir().mkpath(HXProductPaths::root() + QStringLiteral("/var"));
+        QFile blocker(HXProductPaths::root() + QStringLiteral("/var/lib"));
+        QVERIFY(blocker.open(QIODevice::WriteOnly));
+        blocker.close();
+        HXDebugController c;
+        QStringList shown;
+        c.setErrorPresenter([&](const QString &error) { shown.append(error); });
+        c.load();
+        c.forceStartWorkerUsingIdleFile();
+        QCOMPARE(shown.size(), 1);
+        QVERIFY(shown[0].contains(HXProductPaths::libraryFolder()));
+        QVERIFY(!c.workerIsActive());
+    }
+
+    void withTheDaemon()
+    {
+        StandinProcess standin(m_root.path());
+        QVERIFY(standin.start({QStringLiteral("--serve"), QStringLiteral("idle,worker"), QStringLiteral("--status-view-port"),
+                               QStringLiteral("0")}));
+        HXDebugController c;
+        c.load();
+        c.forceStartWorker();
+        QVERIFY(c.workerIsActive());
+        QCOMPARE(c.workerActiveStatusLabel(), QStringLiteral("Active"));
+        c.forceStopWorker();
+        QVERIFY(!c.workerIsActive());
+        c.forceTestFailures();
+        QCOMPARE(c.forcedFailuresLabel(), QStringLiteral("Failures: Forced"));
+        QVERIFY(QFile::exists(HXProductPaths::forceFailuresMarker()));
+        c.disableForcedFailures();
+        QCOMPARE(c.forcedFailuresLabel(), QStringLiteral("Failures: Normal"));
+
+        QFile report(HXProductPaths::reportFile());
+        QVERIFY(report.open(QIODevice::WriteOnly));
+        report.close();
+        QFile store(HXProductPaths::workerStoreFile());
+        QVERIFY(store.open(QIODevice::WriteOnly));
+        store.close();
+        c.deleteStatusReport();
+        c.deleteDataStore();
+        QVERIFY(!QFile::exists(HXProductPaths::reportFile()));
+        QVERIFY(!QFile::exists(HXProductPaths::workerStoreFile()));
+    }
+
+    void debugWindow()
+    {
+        QFile::remove(idle());
+        HXDebugWindowController window;
+        window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
+        auto *workerLabel = window.findChild<QLabel *>(QStringLiteral("workerActiveStatusLabel"));
+        QVERIFY(workerLabel);
+        QCOMPARE(workerLabel->text(), QStringLiteral("Inactive"));
+        QTest::mouseClick(buttonTitled(&window, QStringLiteral("Start by Idle File")), Qt::LeftButton);
+        QCOMPARE(workerLabel->text(), QStringLiteral("Active"));
+
+        int posted = 0;
+        const auto token = HXNotificationCenter::defaultCenter().addObserver(
+            HXDebugShowAllNotification, &window, [&](const HXNotification &n) {
+                QVERIFY(n.userInfo.isEmpty());
+                ++posted;
+            });
+        QTest::mouseClick(buttonTitled(&window, QStringLiteral("Show All UI")), Qt::LeftButton);
+        HXNotificationCenter::defaultCenter().removeObserver(token);
+        QCOMPARE(posted, 1);
+    }
+
+    void workerDaemonPanel()
+    {
+        HXWorkerDaemonController panel;
+        panel.messageTextField()->setText(QStringLiteral("hello"));
+        const QStringList alert = answerAlert([&] { panel.sendMessage(); });
+        QCOMPARE(alert, QStringList({QStringLiteral("Distributed Object Connection Error"),
+                                     QStringLiteral("Could not connect to Daemon using connection name 'OrvexWorkerDaemon'"),
+                                     QStringLiteral("OK"), QStringLiteral("Cancel")}));
+        QVERIFY(!answerAlert([&] { panel.testConnection(); }).isEmpty());
+        // Without a worker, selecting either state sends nothing and shows nothing.
+        panel.statusControl()->button(HXWorkerDaemonController::kActiveTag)->setChecked(true);
+        QVERIFY(answerAlert([&] { panel.updateDaemonStatus(); }).isEmpty());
+
+        StandinProcess standin(m_root.path());
+        QVERIFY(standin.start({QStringLiteral("--serve"), QStringLiteral("worker"), QStringLiteral("--status-view-port"),
+                               QStringLiteral("0")}));
+        panel.messageTextField()->clear();
+        QVERIFY(answerAlert([&] { panel.sendMessage(); }).isEmpty()); // nothing to send
+        panel.messageTextField()->setText(QStringLiteral("hello worker"));
+        QVERIFY(answerAlert([&] { panel.sendMessage(); }).isEmpty());
+        QVERIFY(answerAlert([&] { panel.testConnection(); }).isEmpty());
+        QTRY_VERIFY(standin.standardError().contains(QLatin1String("Message from a client: hello worker")));
+
+        // The worker is inactive: selecting inactive sends nothing.
+        panel.statusControl()->button(HXWorkerDaemonController::kInactiveTag)->setChecked(true);
+        panel.updateDaemonStatus();
+        panel.statusControl()->button(HXWorkerDaemonController::kActiveTag)->setChecked(true);
+        panel.updateDaemonStatus();
+        panel.updateDaemonStatus(); // already active now
+        panel.statusControl()->button(HXWorkerDaemonController::kInactiveTag)->setChecked(true);
+        panel.updateDaemonStatus();
+        QCOMPARE(standin.stop(), 0);
+        const QString log = standin.standardError();
+        QCOMPARE(log.count(QLatin1String("Worker: activate")), 1);
+        QCOMPARE(log.count(QLatin1String("Worker: deactivate")), 1);
+        QVERIFY(log.indexOf(QLatin1String("Worker: activate")) < log.indexOf(QLatin1String("Worker: deactivate")));
+    }
+};
+
+QTEST_MAIN(TestDebugControls)
+#include "tst_debugcontrols.moc"
