@@ -19,13 +19,15 @@ WorkerDaemonService::WorkerDaemonService(const StandinScenario &scenario, HXStat
     , m_statusViewPort(statusViewPort)
 {
     connect(&m_pass, &TestingPass::testStarted, this, [this](HXTest test) {
-        // The test type is the test's place in the table counted from one,
-        // so a progress bar over 0...10 rises through a pass.
-        m_currentTestType = qint32(test) + 1;
-        if (liveSlot(test) >= 0)
+        // The test type counts the live tests of the pass, one to eight, so
+        // a progress bar over 0...8 rises through a pass; the two tests
+        // without a live status leave it where it is.
+        if (liveSlot(test) >= 0) {
+            ++m_currentTestType;
             setStatus(test, HXLiveTestStatusRunning);
-        else
+        } else {
             announce();
+        }
     });
     connect(&m_pass, &TestingPass::testFinished, this, [this](HXTest test, qint32 live) {
         ++m_testsComplete;
@@ -69,6 +71,7 @@ bool WorkerDaemonService::startTesting()
         return false;
     m_live.fill(HXLiveTestStatusPending);
     m_testsComplete = 0;
+    m_currentTestType = 0;
     HXSystemLog::write(QStringLiteral("Testing pass started"));
     announce();
     return m_pass.start();

@@ -1,0 +1,98 @@
+#include "HXIconAnimate.h"
+
+#include "HXAnimationTiming.h"
+#include "HXArtwork.h"
+
+#include <QGraphicsOpacityEffect>
+#include <QPainter>
+#include <QPropertyAnimation>
+
+HXIconAnimate::HXIconAnimate(const QString &imageName, QWidget *parent)
+    : QWidget(parent)
+    , m_imageName(imageName)
+    , m_shown(imageName)
+    , m_opacity(new QGraphicsOpacityEffect(this))
+{
+    m_opacity->setOpacity(1.0);
+    setGraphicsEffect(m_opacity);
+}
+
+void HXIconAnimate::setStatus(qint32 status)
+{
+    m_status = status;
+    QString variant = m_imageName;
+    switch (status) {
+    case 0:
+        show(m_imageName);
+        return;
+    case 1:
+        stopPulse();
+        show(variant.replace(QLatin1String("Orange"), QLatin1String("Gray")));
+        return;
+    case 2:
+        startPulse();
+        return;
+    case 3:
+        stopPulse();
+        show(variant.replace(QLatin1String("Orange"), QLatin1String("Red")));
+        return;
+    case 4:
+        stopPulse();
+        show(variant.replace(QLatin1String("Orange"), QLatin1String("Green")));
+        return;
+    default:
+        return;
+    }
+}
+
+void HXIconAnimate::show(const QString &imageName)
+{
+    m_shown = imageName;
+    update();
+}
+
+bool HXIconAnimate::isPulsing() const
+{
+    return m_pulse != nullptr;
+}
+
+double HXIconAnimate::opacity() const
+{
+    return m_opacity->opacity();
+}
+
+void HXIconAnimate::startPulse()
+{
+    if (m_pulse)
+        return; // one pulse, however often the status says running
+    m_pulse = new QPropertyAnimation(m_opacity, "opacity", this);
+    // From 0.1 to 1.0 in half a second and back, without end.
+    const int half = HXAnimationTiming::milliseconds(500);
+    m_pulse->setDuration(2 * half);
+    m_pulse->setKeyValueAt(0.0, 0.1);
+    m_pulse->setKeyValueAt(0.5, 1.0);
+    m_pulse->setKeyValueAt(1.0, 0.1);
+    m_pulse->setEasingCurve(QEasingCurve::Linear);
+    m_pulse->setLoopCount(-1);
+    m_animationComplete = false;
+    m_pulse->start();
+}
+
+void HXIconAnimate::stopPulse()
+{
+    if (!m_pulse)
+        return;
+    m_pulse->stop();
+    delete m_pulse;
+    m_pulse = nullptr;
+    m_opacity->setOpacity(1.0);
+    m_animationComplete = true;
+}
+
+void HXIconAnimate::paintEvent(QPaintEvent *)
+{
+    const int side = std::min(width(), height());
+    const QRect square((width() - side) / 2, (height() - side) / 2, side, side);
+    QPainter p(this);
+    p.drawPixmap(square, HXArtwork::pixmap(m_shown, square.size(), devicePixelRatioF()));
+}

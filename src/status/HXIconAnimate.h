@@ -1,0 +1,44 @@
+#pragma once
+
+#include <QWidget>
+
+class QGraphicsOpacityEffect;
+class QPropertyAnimation;
+
+// A live test icon. Its image name, as given, names the pending (orange)
+// image; the status picks the variant: 0 pending, 1 not applicable (gray),
+// 2 running (the icon pulses), 3 failed (red), 4 passed (green). Any other
+// status is only stored.
+class HXIconAnimate : public QWidget
+{
+    Q_OBJECT
+
+public:
+    explicit HXIconAnimate(const QString &imageName, QWidget *parent = nullptr);
+
+    qint32 status() const { return m_status; }
+    void setStatus(qint32 status);
+    QString imageName() const { return m_imageName; }
+    // The image shown now.
+    QString shownImageName() const { return m_shown; }
+    bool isPulsing() const;
+    double opacity() const;
+    bool animationComplete() const { return m_animationComplete; }
+
+    QSize sizeHint() const override { return {48, 48}; }
+
+protected:
+    void paintEvent(QPaintEvent *event) override;
+
+private:
+    void show(const QString &imageName);
+    void startPulse();
+    void stopPulse();
+
+    qint32 m_status = 0;
+    QString m_imageName;
+    QString m_shown;
+    bool m_animationComplete = true;
+    QGraphicsOpacityEffect *m_opacity;
+    QPropertyAnimation *m_pulse = nullptr;
+};
