@@ -125,7 +125,15 @@ void HXMainWindowController::buildWindow()
     for (QPushButton *button : {m_startButton, m_stopButton}) {
         button->setCheckable(true);
         button->setFont(HXArtwork::technicalFont(11));
-        button->setMinimumHeight(30);
+        button->setMinimumSize(128, 32);
+        button->setCursor(Qt::PointingHandCursor);
+        // Drawn like the tab buttons; the text colour stays the palette's.
+        button->setStyleSheet(QStringLiteral(
+            "QPushButton { border: 1px solid #15181c; border-radius: 7px; padding: 0 14px;"
+            " background: qlineargradient(x1:0, y1:0, x2:0, y2:1, stop:0 #4a525c, stop:1 #2c3238); }"
+            "QPushButton:hover { background: qlineargradient(x1:0, y1:0, x2:0, y2:1, stop:0 #535c67, stop:1 #323840); }"
+            "QPushButton:pressed, QPushButton:checked { background: qlineargradient(x1:0, y1:0, x2:0, y2:1,"
+            " stop:0 #16191d, stop:1 #23282e); border-bottom: 2px solid #f08a24; }"));
         setButtonTextColor(button);
     }
     connect(m_startButton, &QPushButton::clicked, this, &HXMainWindowController::startTesting);

@@ -1,0 +1,267 @@
+#include "HXAppDelegate.h"
+
+#include "CommandSender.h"
+#include "HXDBusNotificationCenter.h"
+#include "HXDaemonInteraction.h"
+#include "HXDebugWindowController.h"
+#include "HXLogDocuments.h"
+#include "HXMainWindowController.h"
+#include "HXStatusReporter.h"
+#include "HXSystemLog.h"
+
+#include <QApplication>
+#include <QDesktopServices>
+#include <QDir>
+#include <QFileInfo>
+#include <QGuiApplication>
+#include <QMenu>
+#include <QMenuBar>
+#include <QPrintDialog>
+#include <QPrinter>
+#include <QUrl>
+#include <QVBoxLayout>
+
+HXSystemVersion HXAppDelegate::systemVersion()
+{
+    static const HXSystemVersion version = [] {
+        HXSystemVersion v;
+        const QStringList parts = qEnvironmentVariable("ORVEX_SYSTEM_VERSION").split(QLatin1Char('.'));
+        if (parts.size() == 3) {
+            bool a = false, b = false, c = false;
+            const HXSystemVersion given{parts[0].toInt(&a), parts[1].toInt(&b), parts[2].toInt(&c)};
+            if (a && b && c)
+                v = given;
+        }
+        return v;
+    }();
+    return version;
+}
+
+HXAppDelegate::HXAppDelegate(Options options, QObject *parent)
+    : QObject(parent)
+    , m_options(std::move(options))
+{
+    if (!m_options.defaults) {
+        m_ownDefaults = std::make_unique<QSettings>(QStringLiteral("talvorn"), QStringLiteral("Orvex"));
+        m_options.defaults = m_ownDefaults.get();
+    }
+    if (!m_options.prompts)
+        m_dialogs = std::make_unique<HXDialogPrompts>();
+    if (m_options.storeFolder.isEmpty())
+        m_options.storeFolder = HXPersistentStore::defaultFolder();
+    const HXSystemVersion v = systemVersion();
+    m_userNotificationsSupported = v.major > 10 || (v.major == 10 && v.minor > 7);
+}
+
+HXAppDelegate::~HXAppDelegate()
+{
+    delete m_debugWindowController;
+    delete m_mainWindowController;
+}
+
+HXUserPrompts *HXAppDelegate::prompts() const
+{
+    return m_options.prompts ? m_options.prompts : m_dialogs.get();
+}
+
+QWidget *HXAppDelegate::window() const
+{
+    return m_mainWindowController;
+}
+
+void HXAppDelegate::applicationDidFinishLaunching(Qt::KeyboardModifiers held)
+{
+    HXMainWindowController::Options windowOptions;
+    windowOptions.controllers = m_options.controllers;
+    windowOptions.defaults = m_options.defaults;
+    windowOptions.distributedCenter = HXDBusNotificationCenter::defaultCenter();
+    windowOptions.openDebugView = [this] { openDebugViewNow(true); };
+    m_mainWindowController = new HXMainWindowController(windowOptions);
+    if (m_dialogs)
+        m_dialogs->setWindow(m_mainWindowController);
+
+    buildMenus();              // (a) the log menu and its delegate
+                               // (b) the help reporter arrives with its own window
+    checkForLaunchModifiers(held); // (c)
+    if (m_options.wakeServer)
+        HXCommandSender::wakeServer(); // (d)
+    m_mainWindowController->windowDidLoad(); // (e) the window, which picks its first tab
+}
+
+void HXAppDelegate::buildMenus()
+{
+    m_menuBar = new QMenuBar(m_mainWindowController);
+    auto *file = m_menuBar->addMenu(tr("&File"));
+    file->addAction(tr("Save Log as &PDF…"), this, &HXAppDelegate::saveLogAsPDF);
+    file->addAction(tr("Save Log as &Text…"), QKeySequence::Save, this, &HXAppDelegate::saveLogAsText);
+    file->addAction(tr("&Print Log…"), QKeySequence::Print, this, &HXAppDelegate::print);
+    file->addSeparator();
+    file->addAction(tr("&Quit"), QKeySequence::Quit, qApp, &QApplication::closeAllWindows);
+
+    m_logMenu = m_menuBar->addMenu(tr("&Log"));
+    // Kept up to date while the menu is open; the reset item itself comes
+    // with the log view.
+    connect(m_logMenu, &QMenu::aboutToShow, this, [this] { menuNeedsUpdate(QGuiApplication::queryKeyboardModifiers()); });
+    m_logMenu->addAction(tr("Save as &Text…"), this, &HXAppDelegate::saveLogAsText);
+    m_logMenu->addAction(tr("Save as &PDF…"), this, &HXAppDelegate::saveLogAsPDF);
+
+    auto *window = m_menuBar->addMenu(tr("&Window"));
+    window->addAction(tr("&Orvex"), QKeySequence(Qt::CTRL | Qt::Key_1), this, &HXAppDelegate::orderFrontMainWindow);
+    window->addAction(tr("&Debug"), this, [this] { openDebugViewNow(true); });
+
+    auto *help = m_menuBar->addMenu(tr("&Help"));
+    help->addAction(tr("Orvex &Manual"), QKeySequence::HelpContents, this, &HXAppDelegate::showHelp);
+
+    if (auto *layout = qobject_cast<QVBoxLayout *>(m_mainWindowController->layout()))
+        layout->setMenuBar(m_menuBar);
+}
+
+void HXAppDelegate::checkForLaunchModifiers(Qt::KeyboardModifiers held)
+{
+    // Super stands for Command.
+    const Qt::KeyboardModifiers wanted = Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier;
+    if ((held & ~Qt::KeypadModifier) == wanted) {
+        const bool enable = prompts()->askDebugMode();
+        HXAsk(HXDaemonInteraction::idleDaemonProxy(), &HXIdleDaemonProxy::setIsDebugModeEnabled, enable);
+    }
+    if (m_options.defaults->contains(kOrvexDebugModeKey)) {
+        HXAsk(HXDaemonInteraction::idleDaemonProxy(), &HXIdleDaemonProxy::setIsDebugModeEnabled,
+              m_options.defaults->value(kOrvexDebugModeKey).toBool());
+    }
+}
+
+void HXAppDelegate::menuNeedsUpdate(Qt::KeyboardModifiers held)
+{
+    const bool show = (held & ~Qt::KeypadModifier) == Qt::AltModifier;
+    if (show == m_showResetMenuItem)
+        return;
+    m_showResetMenuItem = show;
+    Q_EMIT showResetMenuItemChanged(show);
+}
+
+void HXAppDelegate::orderFrontMainWindow()
+{
+    HXOpenWindowOnCurrentSpace(m_mainWindowController);
+}
+
+void HXAppDelegate::openDebugViewNow(bool show)
+{
+    if (!m_debugWindowController)
+        m_debugWindowController = new HXDebugWindowController;
+    if (show)
+        HXOpenWindowOnCurrentSpace(m_debugWindowController);
+}
+
+QString HXAppDelegate::manualPath()
+{
+    const QString name = tr("Orvex Manual") + QStringLiteral(".pdf");
+    const QString beside = QCoreApplication::applicationDirPath();
+    // Installed: <prefix>/share/orvex; in a build tree: docs/ of the build.
+    for (const QString &folder : {beside + QStringLiteral("/../share/orvex"), beside + QStringLiteral("/docs"),
+                                  beside + QStringLiteral("/../docs")}) {
+        const QString path = QDir::cleanPath(folder + QLatin1Char('/') + name);
+        if (QFileInfo::exists(path))
+            return path;
+    }
+    return QDir::cleanPath(beside + QStringLiteral("/../share/orvex/") + name);
+}
+
+void HXAppDelegate::showHelp()
+{
+    const QString path = manualPath();
+    if (!QFileInfo::exists(path) || !QDesktopServices::openUrl(QUrl::fromLocalFile(path)))
+        HXSystemLog::write(QStringLiteral("Could not open manual located at path: %1").arg(path));
+}
+
+HXPersistentStore *HXAppDelegate::persistentStore()
+{
+    if (m_storeTried)
+        return m_store.get();
+    m_storeTried = true;
+    HXError error;
+    m_store = HXPersistentStore::open(m_options.storeFolder, &error);
+    if (!m_store)
+        prompts()->presentError(error);
+    return m_store.get();
+}
+
+HXPersistentStore *HXAppDelegate::managedObjectContext()
+{
+    m_contextMade = true;
+    HXPersistentStore *store = persistentStore();
+    if (!store)
+        prompts()->presentError({HXOrvexErrorDomain, 9999,
+                                 tr("Failed to initialize the store") + QStringLiteral("\n") +
+                                     tr("There was an error building up the data file.")});
+    return store;
+}
+
+void HXAppDelegate::saveAction()
+{
+    HXPersistentStore *store = managedObjectContext();
+    if (!store)
+        return;
+    HXError error;
+    if (!store->save(&error))
+        prompts()->presentError(error);
+}
+
+void HXAppDelegate::saveLogAsText()
+{
+    const QString path = prompts()->askSavePath(tr("Orvex Log.txt"), {QStringLiteral("txt"), QStringLiteral("log")});
+    if (path.isEmpty())
+        return;
+    QString why;
+    if (!HXLogDocuments::saveWorkerLogAsText(path, &why))
+        prompts()->presentError({QString(), 0, why});
+}
+
+void HXAppDelegate::saveLogAsPDF()
+{
+    const QString path = prompts()->askSavePath(tr("Orvex Log.pdf"), {QStringLiteral("pdf")});
+    if (path.isEmpty())
+        return;
+    QString why;
+    if (!HXLogDocuments::saveLogAsPdf(path, HXStatusReporter::sharedReporter()->report(), &why))
+        prompts()->presentError({QString(), 0, why});
+}
+
+void HXAppDelegate::print()
+{
+    // Read and ignored: the log is always printed as text.
+    (void)m_options.defaults->value(HXPrintPreferenceIsTextKey).toBool();
+    QPrinter printer;
+    QPrintDialog dialog(&printer, m_mainWindowController);
+    if (dialog.exec() != QDialog::Accepted)
+        return;
+    HXLogDocuments::printWorkerLog(&printer);
+}
+
+bool HXAppDelegate::applicationShouldTerminate()
+{
+    if (!m_contextMade || !m_store)
+        return true;
+    if (!m_store->hasChanges())
+        return true;
+    HXError error;
+    if (m_store->save(&error))
+        return true;
+    prompts()->presentError(error);
+    // Compared with 0, which the alert never answers: the application quits
+    // whichever button was chosen.
+    if (prompts()->askQuitAnyway() == 0)
+        return false;
+    return true;
+}
+
+void HXAppDelegate::applicationWillTerminate()
+{
+    // The window's observers go with it.
+    delete m_mainWindowController;
+}
+
+bool HXAppDelegate::applicationShouldHandleReopen()
+{
+    orderFrontMainWindow();
+    return true;
+}

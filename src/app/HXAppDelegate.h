@@ -1,0 +1,110 @@
+#pragma once
+
+#include "HXDebugWindowController.h"
+#include "HXMainWindowController.h"
+#include "HXPersistentStore.h"
+#include "HXUserPrompts.h"
+
+#include <QObject>
+#include <QPointer>
+#include <QSettings>
+
+#include <array>
+#include <memory>
+
+class HXViewController;
+class QMenu;
+class QMenuBar;
+
+struct HXSystemVersion
+{
+    qint32 major = 10;
+    qint32 minor = 15;
+    qint32 bugfix = 0;
+};
+
+inline const QString kOrvexDebugModeKey = QStringLiteral("kOrvexDebugModeKey");
+inline const QString HXPrintPreferenceIsTextKey = QStringLiteral("HXPrintPreferenceIsTextKey");
+
+// The application's delegate: starts the application, owns the main window,
+// the debug window and the small persistent store, carries the menu actions
+// (save and print the log, the manual, the debug window) and the rules for
+// reopening and quitting.
+class HXAppDelegate : public QObject
+{
+    Q_OBJECT
+    Q_PROPERTY(bool showResetMenuItem READ showResetMenuItem NOTIFY showResetMenuItemChanged)
+
+public:
+    struct Options
+    {
+        std::array<HXViewController *, 3> controllers{}; // status, log, about
+        QSettings *defaults = nullptr;                   // the application's (QSettings "talvorn"/"Orvex" if none)
+        HXUserPrompts *prompts = nullptr;                // dialogs if none
+        QString storeFolder;                             // the XDG data folder's "Orvex" if empty
+        bool wakeServer = true;
+    };
+
+    // Read once: ORVEX_SYSTEM_VERSION=major.minor.bugfix, else 10.15.0.
+    static HXSystemVersion systemVersion();
+
+    explicit HXAppDelegate(Options options, QObject *parent = nullptr);
+    ~HXAppDelegate() override;
+
+    // Start-up after the application object exists; `held` are the modifier
+    // keys held at launch.
+    void applicationDidFinishLaunching(Qt::KeyboardModifiers held);
+    void checkForLaunchModifiers(Qt::KeyboardModifiers held);
+
+    HXMainWindowController *mainWindowController() const { return m_mainWindowController; }
+    QWidget *window() const;
+    HXDebugWindowController *debugWindowController() const { return m_debugWindowController; }
+    QMenuBar *menuBar() const { return m_menuBar; }
+
+    bool userNotificationsEnabled() const { return m_userNotificationsEnabled; }
+    bool userNotificationsSupported() const { return m_userNotificationsSupported; }
+    bool showResetMenuItem() const { return m_showResetMenuItem; }
+
+    // The store, made on first use; null (the error shown) when it cannot be.
+    HXPersistentStore *persistentStore();
+    HXPersistentStore *managedObjectContext();
+
+    // True to quit now.
+    bool applicationShouldTerminate();
+    void applicationWillTerminate();
+    bool applicationShouldHandleReopen();
+
+    // The manual shipped with the application ("Orvex Manual.pdf").
+    static QString manualPath();
+
+public Q_SLOTS:
+    void orderFrontMainWindow();
+    void openDebugViewNow(bool show);
+    void showHelp();
+    void saveAction();
+    void saveLogAsPDF();
+    void saveLogAsText();
+    void print();
+    void menuNeedsUpdate(Qt::KeyboardModifiers held);
+
+Q_SIGNALS:
+    void showResetMenuItemChanged(bool shown);
+
+private:
+    void buildMenus();
+    HXUserPrompts *prompts() const;
+
+    Options m_options;
+    std::unique_ptr<QSettings> m_ownDefaults;
+    std::unique_ptr<HXDialogPrompts> m_dialogs;
+    QPointer<HXMainWindowController> m_mainWindowController;
+    QPointer<HXDebugWindowController> m_debugWindowController;
+    QMenuBar *m_menuBar = nullptr;
+    QMenu *m_logMenu = nullptr;
+    std::unique_ptr<HXPersistentStore> m_store;
+    bool m_storeTried = false;
+    bool m_contextMade = false;
+    bool m_userNotificationsEnabled = false;
+    bool m_userNotificationsSupported = false;
+    bool m_showResetMenuItem = false;
+};

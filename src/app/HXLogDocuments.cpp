@@ -1,0 +1,133 @@
+#include "HXLogDocuments.h"
+
+#include "HXConstants.h"
+#include "HXLogEntry.h"
+#include "HXProductPaths.h"
+
+#include <QFile>
+#include <QPdfWriter>
+#include <QPrinter>
+#include <QStringDecoder>
+#include <QTextCursor>
+#include <QTextDocument>
+#include <QTextTable>
+
+namespace HXLogDocuments {
+
+QString workerLogPath()
+{
+    return HXProductPaths::logsFolder() + QStringLiteral("/OrvexWorkerDaemon.log");
+}
+
+QString workerLogText(QString *error)
+{
+    QFile file(workerLogPath());
+    if (!file.open(QIODevice::ReadOnly)) {
+        if (error)
+            *error = QStringLiteral("The worker's log %1 could not be read: %2").arg(file.fileName(), file.errorString());
+        return {};
+    }
+    const QByteArray bytes = file.readAll();
+    QStringDecoder utf8(QStringDecoder::Utf8);
+    const QString text = utf8(bytes);
+    if (!utf8.hasError())
+        return text;
+    return QString::fromLatin1(bytes);
+}
+
+bool saveWorkerLogAsText(const QString &destination, QString *error)
+{
+    if (QFile::exists(destination) && !QFile::remove(destination)) {
+        *error = QStringLiteral("“%1” could not be replaced.").arg(destination);
+        return false;
+    }
+    QFile source(workerLogPath());
+    if (!source.copy(destination)) {
+        *error = QStringLiteral("The worker's log could not be copied to “%1”: %2").arg(destination, source.errorString());
+        return false;
+    }
+    return true;
+}
+
+QTextDocument *logPrintDocument(const HXStatusReportRef &report)
+{
+    auto *document = new QTextDocument;
+    document->setDocumentMargin(0);
+    QTextCursor cursor(document);
+    QTextCharFormat title;
+    title.setFontPointSize(14);
+    title.setFontWeight(QFont::Bold);
+    cursor.insertText(QStringLiteral("Orvex Log"), title);
+    cursor.insertBlock();
+
+    const HXLogEntryList entries = report ? report->log() : HXLogEntryList();
+    QTextTableFormat format;
+    format.setHeaderRowCount(1);
+    format.setCellPadding(3);
+    format.setCellSpacing(0);
+    format.setBorder(0.5);
+    format.setWidth(QTextLength(QTextLength::PercentageLength, 100));
+    format.setColumnWidthConstraints({QTextLength(QTextLength::PercentageLength, 22),
+                                      QTextLength(QTextLength::PercentageLength, 10),
+                                      QTextLength(QTextLength::PercentageLength, 68)});
+    QTextTable *table = cursor.insertTable(1, 3, format);
+    QTextCharFormat header;
+    header.setFontWeight(QFont::Bold);
+    const QStringList headings = {QStringLiteral("Date"), QStringLiteral("Type"), QStringLiteral("Log Message")};
+    for (int column = 0; column < 3; ++column)
+        table->cellAt(0, column).firstCursorPosition().insertText(headings[column], header);
+    for (const HXLogEntryRef &entry : entries) {
+        table->appendRows(1);
+        const int row = table->rows() - 1;
+        table->cellAt(row, 0).firstCursorPosition().insertText(
+            entry->timestamp().toLocalTime().toString(HXDTestResultDateFormat));
+        table->cellAt(row, 1).firstCursorPosition().insertText(entry->type());
+        QTextCursor message = table->cellAt(row, 2).firstCursorPosition();
+        message.insertText(entry->string().section(HXLogEntryBreakDelimiter, 0, 0));
+        for (const HXLogEntryRef &file : entry->children().value_or(HXLogEntryList())) {
+            message.insertBlock();
+            message.insertText(QStringLiteral("    ") + file->string());
+        }
+    }
+    if (entries.isEmpty()) {
+        table->appendRows(1);
+        table->cellAt(1, 2).firstCursorPosition().insertText(QStringLiteral("The log is empty."));
+    }
+    return document;
+}
+
+bool saveLogAsPdf(const QString &destination, const HXStatusReportRef &report, QString *error)
+{
+    if (QFile::exists(destination) && !QFile::remove(destination)) {
+        *error = QStringLiteral("“%1” could not be replaced.").arg(destination);
+        return false;
+    }
+    QPdfWriter writer(destination);
+    writer.setTitle(QStringLiteral("Orvex Log"));
+    writer.setCreator(QStringLiteral("Orvex"));
+    writer.setPageSize(QPageSize(QPageSize::A4));
+    writer.setPageMargins(QMarginsF(15, 15, 15, 15), QPageLayout::Millimeter);
+    std::unique_ptr<QTextDocument> document(logPrintDocument(report));
+    // Pages follow one another down the log.
+    document->print(&writer);
+    if (!QFile::exists(destination) || QFile(destination).size() == 0) {
+        *error = QString(); // the panel shows an empty error, as it always has
+        return false;
+    }
+    return true;
+}
+
+void printWorkerLog(QPrinter *printer)
+{
+    QTextDocument document;
+    QString ignored;
+    document.setPlainText(workerLogText(&ignored));
+    QFont mono(QStringLiteral("monospace"));
+    mono.setStyleHint(QFont::Monospace);
+    mono.setPointSize(9);
+    document.setDefaultFont(mono);
+    document.setPageSize(printer->pageLayout().paintRectPixels(printer->resolution()).size());
+    document.print(printer);
+}
+
+} // namespace HXLogDocuments

@@ -1,0 +1,140 @@
+// orvex: the desktop window onto the Orvex hardware and disk health monitor.
+#include "HXAppDelegate.h"
+#include "HXApplication.h"
+#include "HXArtwork.h"
+#include "HXMainWindowController.h"
+
+#include <QCloseEvent>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QIcon>
+#include <QTimer>
+
+#include <cstdio>
+#include <cstring>
+
+namespace {
+
+const char kUsage[] =
+    "Usage: orvex [OPTIONS]\n"
+    "\n"
+    "The window onto the Orvex daemons: the ten tests in four groups, the log,\n"
+    "starting and stopping testing. A second start brings the open window forward.\n"
+    "\n"
+    "Options:\n"
+    "  --screenshot FILE  save the window to FILE once it has painted, then quit\n"
+    "  --version          print the version and exit\n"
+    "  --help             this text\n"
+    "\n"
+    "Environment: ORVEX_DAEMON_BUS=session looks for the daemons on the session bus;\n"
+    "ORVEX_ROOT takes every product path under a folder (tests, the demo).\n";
+
+const QString kServiceName = QStringLiteral("com.talvorn.Orvex");
+
+// The running application on the session bus, so that a second start can
+// ask the first to come forward instead of opening a second window.
+class ApplicationService : public QObject
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "com.talvorn.Orvex.Application")
+
+public:
+    explicit ApplicationService(HXAppDelegate *delegate)
+        : m_delegate(delegate)
+    {
+    }
+
+public Q_SLOTS:
+    void Reopen() { m_delegate->applicationShouldHandleReopen(); }
+
+private:
+    HXAppDelegate *m_delegate;
+};
+
+// Asks the quit rules before the main window closes.
+class QuitGuard : public QObject
+{
+public:
+    explicit QuitGuard(HXAppDelegate *delegate)
+        : m_delegate(delegate)
+    {
+    }
+    bool eventFilter(QObject *watched, QEvent *event) override
+    {
+        if (event->type() == QEvent::Close && !m_delegate->applicationShouldTerminate()) {
+            event->ignore();
+            return true;
+        }
+        return QObject::eventFilter(watched, event);
+    }
+
+private:
+    HXAppDelegate *m_delegate;
+};
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QString screenshot;
+    for (int i = 1; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--version") == 0) {
+            std::printf("orvex %s\n", ORVEX_VERSION);
+            return 0;
+        }
+        if (std::strcmp(argv[i], "--help") == 0) {
+            std::fputs(kUsage, stdout);
+            return 0;
+        }
+        if (std::strcmp(argv[i], "--screenshot") == 0 && i + 1 < argc) {
+            screenshot = QString::fromLocal8Bit(argv[++i]);
+            continue;
+        }
+        std::fprintf(stderr, "orvex: unknown option \"%s\"\n%s", argv[i], kUsage);
+        return 2;
+    }
+
+    HXApplication app(argc, argv);
+    QCoreApplication::setOrganizationName(QStringLiteral("talvorn"));
+    QCoreApplication::setApplicationName(QStringLiteral("Orvex"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(ORVEX_VERSION));
+    QGuiApplication::setDesktopFileName(QStringLiteral("com.talvorn.Orvex"));
+    QGuiApplication::setWindowIcon(QIcon(QStringLiteral(":/artwork/orvex.svg")));
+    const Qt::KeyboardModifiers held = QGuiApplication::queryKeyboardModifiers();
+
+    QDBusConnection session = QDBusConnection::sessionBus();
+    if (session.isConnected() && !session.registerService(kServiceName)) {
+        // Already running: bring that window forward.
+        session.call(QDBusMessage::createMethodCall(kServiceName, QStringLiteral("/"),
+                                                    QStringLiteral("com.talvorn.Orvex.Application"),
+                                                    QStringLiteral("Reopen")),
+                     QDBus::Block, 3000);
+        return 0;
+    }
+
+    HXArtwork::loadFonts();
+    HXAppDelegate delegate({});
+    delegate.applicationDidFinishLaunching(held);
+    ApplicationService service(&delegate);
+    session.registerObject(QStringLiteral("/"), &service, QDBusConnection::ExportAllSlots);
+    QuitGuard guard(&delegate);
+    QWidget *window = delegate.window();
+    window->installEventFilter(&guard);
+    window->show();
+
+    if (!screenshot.isEmpty()) {
+        // After the first paints and the opening hand-over.
+        QTimer::singleShot(1500, window, [window, screenshot] {
+            const bool saved = window->grab().save(screenshot);
+            std::fprintf(saved ? stdout : stderr, saved ? "orvex: saved a screenshot to %s\n"
+                                                        : "orvex: could not save a screenshot to %s\n",
+                         qPrintable(screenshot));
+            QCoreApplication::exit(saved ? 0 : 1);
+        });
+    }
+    const int status = app.exec();
+    delegate.applicationWillTerminate();
+    return status;
+}
+
+#include "main.moc"
