@@ -89,6 +89,9 @@ bool HXPersistentStore::addStore(QString *why)
         return false;
     }
     db.setDatabaseName(m_path);
+    // The store is this process's alone; whoever else holds a lock on it is
+    // a stray, so give up after a second rather than freeze the window.
+    db.setConnectOptions(QStringLiteral("QSQLITE_BUSY_TIMEOUT=1000"));
     if (!db.open()) {
         *why = db.lastError().text();
         return false;

@@ -164,7 +164,7 @@ QImage HXLabel::makeShade(const QColor &from, const QColor &to, double start, do
     return shade;
 }
 
-void HXLabel::render()
+void HXLabel::renderImages()
 {
     if (size().isEmpty())
         return;
@@ -188,7 +188,7 @@ void HXLabel::render()
 
 void HXLabel::paintEvent(QPaintEvent *)
 {
-    render();
+    renderImages();
     if (m_textImage.empty())
         return;
     QPainter p(this);

@@ -75,8 +75,8 @@ public:
     const ImageVar &blackAndWhiteShadeImage() const { return m_blackAndWhiteShadeImage; }
     const ImageVar &textImage() const { return m_textImage; }
 
-    // Runs the pipeline for the current size (what painting does).
-    void render();
+    // Runs the pipeline for the current size (what painting does first).
+    void renderImages();
     void reset();
 
     QSize sizeHint() const override;
