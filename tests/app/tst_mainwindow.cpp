@@ -1,0 +1,253 @@
+// The main window's rules: which tab opens at launch (through real settings
+// files), the hand-over between recording view controllers, tab requests.
+#include "HXAnimationTiming.h"
+#include "HXDBusNotificationCenter.h"
+#include "HXMainWindowController.h"
+#include "HXNotificationCenter.h"
+#include "HXProgress.h"
+#include "HXStatusBoard.h"
+#include "HXSystemLog.h"
+#include "HXTabButton.h"
+#include "HXViewController.h"
+
+#include <QElapsedTimer>
+#include <QSettings>
+#include <QTemporaryDir>
+#include <QTest>
+
+namespace {
+
+struct Journal
+{
+    QStringList calls;
+    QElapsedTimer clock;
+    qint64 swappedAt = -1;
+};
+
+class RecordingController : public HXViewController
+{
+public:
+    RecordingController(const QString &title, Journal *journal, long long wait)
+        : m_journal(journal)
+        , m_wait(wait)
+    {
+        setTitle(title);
+    }
+    long long viewWillDisappearHX() override
+    {
+        record(QStringLiteral("willDisappear"));
+        return m_wait;
+    }
+    void viewWillAppearHX() override { record(QStringLiteral("willAppear")); }
+    void viewDidDisappearHX() override
+    {
+        m_journal->swappedAt = m_journal->clock.nsecsElapsed() / 1000;
+        record(QStringLiteral("didDisappear"));
+    }
+    void viewDidAppearHX() override { record(QStringLiteral("didAppear")); }
+
+protected:
+    QWidget *makeView() override { return new QWidget; }
+
+private:
+    void record(const QString &hook) { m_journal->calls.append(title() + QLatin1Char(':') + hook); }
+    Journal *m_journal;
+    long long m_wait;
+};
+
+struct Window
+{
+    Journal journal;
+    HXNotificationCenter local;
+    std::unique_ptr<RecordingController> status, log, about;
+    std::unique_ptr<HXMainWindowController> window;
+
+    Window(QSettings *defaults, long long wait = 0, HXDBusNotificationCenter *distributed = nullptr)
+        : status(std::make_unique<RecordingController>(QStringLiteral("Status View"), &journal, wait))
+        , log(std::make_unique<RecordingController>(QStringLiteral("Log View"), &journal, wait))
+        , about(std::make_unique<RecordingController>(QStringLiteral("About View"), &journal, wait))
+    {
+        HXMainWindowController::Options options;
+        options.controllers = {status.get(), log.get(), about.get()};
+        options.defaults = defaults;
+        options.localCenter = &local;
+        options.distributedCenter = distributed;
+        window = std::make_unique<HXMainWindowController>(options);
+    }
+    bool settled() const { return !window->isHandingOver(); }
+};
+
+} // namespace
+
+class TestMainWindow : public QObject
+{
+    Q_OBJECT
+
+private:
+    QTemporaryDir m_dir;
+    QStringList m_log;
+
+    std::unique_ptr<QSettings> settings(const QString &name)
+    {
+        return std::make_unique<QSettings>(m_dir.filePath(name), QSettings::IniFormat);
+    }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        HXAnimationTiming::setScale(0.02);
+        HXSystemLog::setSink([this](const QString &line) { m_log.append(line); });
+    }
+    void init() { m_log.clear(); }
+
+    void launchTab_data()
+    {
+        QTest::addColumn<QVariant>("storedCount");
+        QTest::addColumn<QString>("storedTab");
+        QTest::addColumn<QString>("opened");
+        QTest::addColumn<int>("countAfter");
+        QTest::newRow("first launch") << QVariant() << QString() << HXTabViewStatusTabIdentifier << 1;
+        QTest::newRow("second") << QVariant(1) << QString() << HXTabViewStatusTabIdentifier << 2;
+        QTest::newRow("fifth") << QVariant(4) << QString() << HXTabViewStatusTabIdentifier << 5;
+        QTest::newRow("sixth: about") << QVariant(5) << QString() << HXTabViewAboutTabIdentifier << 1;
+        QTest::newRow("stored tab wins, counter stays") << QVariant(3) << HXTabViewLogTabIdentifier
+                                                        << HXTabViewLogTabIdentifier << 3;
+        QTest::newRow("stored tab at first launch") << QVariant() << HXTabViewLogTabIdentifier
+                                                    << HXTabViewLogTabIdentifier << 1;
+    }
+
+    void launchTab()
+    {
+        QFETCH(QVariant, storedCount);
+        QFETCH(QString, storedTab);
+        QFETCH(QString, opened);
+        QFETCH(int, countAfter);
+        const QString file = QStringLiteral("%1.conf").arg(QString::fromLatin1(QTest::currentDataTag()).replace(QLatin1Char(' '), QLatin1Char('_')).remove(QLatin1Char(':')).remove(QLatin1Char(',')));
+        {
+            auto before = settings(file);
+            if (storedCount.isValid())
+                before->setValue(HXOrvexLaunchCount, storedCount);
+            if (!storedTab.isEmpty())
+                before->setValue(HXOrvexAppMainWindowTabIDKey, storedTab);
+        }
+        auto defaults = settings(file);
+        Window w(defaults.get());
+        w.window->windowDidLoad();
+        QTRY_VERIFY(w.settled() && w.window->selectedTabViewIdentifier() == opened);
+        defaults.reset(); // written out; read back from the file
+        auto after = settings(file);
+        QCOMPARE(after->value(HXOrvexLaunchCount).toInt(), countAfter);
+        QVERIFY(!after->contains(HXOrvexAppMainWindowTabIDKey));
+    }
+
+    void handOverWaitsOffTheMainThreadWithButtonsDisabled()
+    {
+        auto defaults = settings(QStringLiteral("handover.conf"));
+        constexpr long long kWait = 150000; // microseconds
+        Window w(defaults.get(), kWait);
+        w.window->windowDidLoad();
+        w.window->show();
+        // The first tab's own appearing, after its wait.
+        QTRY_VERIFY(w.journal.calls.contains(QStringLiteral("Status View:didAppear")));
+        w.journal.calls.clear();
+
+        w.journal.clock.start();
+        QTest::mouseClick(w.window->logsButton(), Qt::LeftButton);
+        QVERIFY(w.window->isHandingOver());
+        QCOMPARE(w.journal.calls, QStringList({QStringLiteral("Status View:willDisappear"), QStringLiteral("Log View:willAppear")}));
+        // The window keeps painting meanwhile, and a second click is refused.
+        QTest::mouseClick(w.window->aboutButton(), Qt::LeftButton);
+        QCOMPARE(w.window->selectedTabViewIdentifier(), HXTabViewStatusTabIdentifier);
+        QTRY_VERIFY(w.settled());
+        QVERIFY2(w.journal.swappedAt >= kWait, qPrintable(QString::number(w.journal.swappedAt)));
+        QCOMPARE(w.journal.calls, QStringList({QStringLiteral("Status View:willDisappear"), QStringLiteral("Log View:willAppear"),
+                                               QStringLiteral("Status View:didDisappear"), QStringLiteral("Log View:didAppear")}));
+        QCOMPARE(w.window->selectedTabViewIdentifier(), HXTabViewLogTabIdentifier);
+        QCOMPARE(w.window->logsButton()->imageName(), QStringLiteral("rightTabPressed.png"));
+        QCOMPARE(w.window->statusButton()->imageName(), QStringLiteral("leftTab.png"));
+
+        // The tab already shown: no appearing again.
+        w.journal.calls.clear();
+        w.window->toolbarItemSelected(HXTabViewLogTabIdentifier);
+        QVERIFY(w.settled());
+        QVERIFY(!w.journal.calls.contains(QStringLiteral("Log View:willAppear")));
+
+        // Senders that name no tab change nothing at all.
+        w.window->toolbarItemSelected(QStringLiteral("HXElsewhere"));
+        w.window->toolbarItemSelected(QVariant::fromValue(QSize(1, 1)));
+        QCOMPARE(w.journal.calls, QStringList());
+    }
+
+    void controllerWithoutTabStopsLoading()
+    {
+        auto defaults = settings(QStringLiteral("missing.conf"));
+        Window w(defaults.get());
+        w.status->setTitle(QStringLiteral("Disk Health"));
+        try {
+            w.window->windowDidLoad();
+            QFAIL("loaded without the tab");
+        } catch (const HXTabViewControllerMissingIdentifierException &e) {
+            QCOMPARE(QString::fromLatin1(e.what()), QStringLiteral("Could not find identifier \"HXDiskHealth\" in tabView"));
+        }
+    }
+
+    void showLogViewRequests()
+    {
+        auto defaults = settings(QStringLiteral("showlog.conf"));
+        Window w(defaults.get());
+        w.window->windowDidLoad();
+        QTRY_VERIFY(w.settled());
+        QList<HXNotification> posted;
+        for (const QString &name : {HXShowResultNotification, HXScrollLogViewToTopNotification})
+            w.local.addObserver(name, w.window.get(), [&](const HXNotification &n) { posted.append(n); });
+
+        const QVariantMap info{{QStringLiteral("ResultIndex"), 42}, {QStringLiteral("ScrollToTop"), true}};
+        w.local.post(HXShowLogViewNotification, nullptr, info);
+        QTRY_VERIFY(w.settled() && w.window->selectedTabViewIdentifier() == HXTabViewLogTabIdentifier);
+        QCOMPARE(posted.size(), 2);
+        QCOMPARE(posted[0].name, HXScrollLogViewToTopNotification);
+        QCOMPARE(posted[1].name, HXShowResultNotification);
+        QCOMPARE(posted[1].userInfo, info);
+
+        posted.clear();
+        w.local.post(HXShowLogViewNotification, nullptr, {{QStringLiteral("ResultIndex"), HXResultIndexNotFound}});
+        QVERIFY(posted.isEmpty());
+    }
+
+    void agentTabRequestsOverTheBus()
+    {
+        auto defaults = settings(QStringLiteral("agent.conf"));
+        HXDBusNotificationCenter center(QDBusConnection::sessionBus(), {QDBusConnection::sessionBus()});
+        Window w(defaults.get(), 0, &center);
+        w.window->windowDidLoad();
+        QTRY_VERIFY(w.settled());
+        center.postNotification(HXAgentRequestTabViewChangeNotification, QStringLiteral("com.talvorn.OrvexAgent-me"),
+                                {{HXOrvexAppMainWindowTabIDKey, HXTabViewAboutTabIdentifier}}, true);
+        QTRY_VERIFY(w.settled() && w.window->selectedTabViewIdentifier() == HXTabViewAboutTabIdentifier);
+        center.postNotification(HXAgentRequestTabViewChangeNotification, QString(),
+                                {{HXOrvexAppMainWindowTabIDKey, QStringLiteral("HXNowhere")}}, true);
+        QTRY_COMPARE(m_log, QStringList{QStringLiteral("Cannot find tab view item for the identifier: HXNowhere")});
+        QCOMPARE(w.window->selectedTabViewIdentifier(), HXTabViewAboutTabIdentifier);
+    }
+
+    void pretendProgress()
+    {
+        auto defaults = settings(QStringLiteral("pretend.conf"));
+        Window w(defaults.get());
+        w.window->pretendToTest();
+        QVERIFY(w.window->isTesting());
+        QTRY_VERIFY(w.window->testProgress()->value() >= 3);
+        w.window->stopTesting();
+        QVERIFY(!w.window->isTesting());
+        QCOMPARE(w.window->testProgress()->value(), 0.0);
+        // The step already scheduled still adds its one, then the bar stops.
+        QTest::qWait(250);
+        const double settledValue = w.window->testProgress()->value();
+        QVERIFY(settledValue <= 1.0);
+        QTest::qWait(250);
+        QCOMPARE(w.window->testProgress()->value(), settledValue);
+    }
+};
+
+QTEST_MAIN(TestMainWindow)
+#include "tst_mainwindow.moc"
