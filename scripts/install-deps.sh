@@ -6,12 +6,14 @@ set -euo pipefail
 
 packages=(
     build-essential cmake ninja-build pkg-config
-    qt6-base-dev qt6-base-dev-tools libgl-dev
+    qt6-base-dev qt6-base-dev-tools libgl-dev qt6-svg-dev libqt6sql6-sqlite
+    fonts-comfortaa fonts-jura
     libplist-dev libplist-utils
     libbenchmark-dev
     python3
     dbus-daemon dbus-bin
     clang libclang-rt-14-dev
+    poppler-utils xvfb xauth
 )
 
 missing=()

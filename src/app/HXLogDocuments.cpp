@@ -53,6 +53,10 @@ QTextDocument *logPrintDocument(const HXStatusReportRef &report)
 {
     auto *document = new QTextDocument;
     document->setDocumentMargin(0);
+    // Without ligatures, so that a search of the PDF for "files" finds it.
+    QFont font = document->defaultFont();
+    font.setStyleStrategy(QFont::PreferNoShaping);
+    document->setDefaultFont(font);
     QTextCursor cursor(document);
     QTextCharFormat title;
     title.setFontPointSize(14);
