@@ -13,7 +13,7 @@ packages=(
     python3
     dbus-daemon dbus-bin
     clang libclang-rt-14-dev
-    poppler-utils xvfb xauth
+    poppler-utils xvfb xauth desktop-file-utils appstream
 )
 
 missing=()

@@ -156,9 +156,8 @@ QString HXAppDelegate::manualPath()
 {
     const QString name = tr("Orvex Manual") + QStringLiteral(".pdf");
     const QString beside = QCoreApplication::applicationDirPath();
-    // Installed: <prefix>/share/orvex; in a build tree: docs/ of the build.
-    for (const QString &folder : {beside + QStringLiteral("/../share/orvex"), beside + QStringLiteral("/docs"),
-                                  beside + QStringLiteral("/../docs")}) {
+    // Installed: <prefix>/share/orvex; in a build tree: docs/ beside the program.
+    for (const QString &folder : {beside + QStringLiteral("/../share/orvex"), beside + QStringLiteral("/docs")}) {
         const QString path = QDir::cleanPath(folder + QLatin1Char('/') + name);
         if (QFileInfo::exists(path))
             return path;
