@@ -7,6 +7,8 @@
 #include <QCloseEvent>
 #include <QDBusConnection>
 #include <QDBusMessage>
+#include <QElapsedTimer>
+#include <QFile>
 #include <QIcon>
 #include <QTimer>
 
@@ -23,6 +25,8 @@ const char kUsage[] =
     "\n"
     "Options:\n"
     "  --screenshot FILE  save the window to FILE once it has painted, then quit\n"
+    "  --startup-probe    print when the window first painted and the resident\n"
+    "                     memory after start-up, then quit (for benchmarks)\n"
     "  --version          print the version and exit\n"
     "  --help             this text\n"
     "\n"
@@ -51,6 +55,48 @@ private:
     HXAppDelegate *m_delegate;
 };
 
+// Reads the resident set of this process, in kB.
+long residentKilobytes()
+{
+    QFile status(QStringLiteral("/proc/self/status"));
+    if (!status.open(QIODevice::ReadOnly))
+        return -1;
+    for (const QByteArray &line : status.readAll().split('\n')) {
+        if (line.startsWith("VmRSS:"))
+            return line.mid(6).trimmed().split(' ').value(0).toLong();
+    }
+    return -1;
+}
+
+// Reports the first paint of the window and the memory once start-up has
+// settled, then ends the program.
+class StartupProbe : public QObject
+{
+public:
+    explicit StartupProbe(const QElapsedTimer &sinceStart)
+        : m_sinceStart(sinceStart)
+    {
+    }
+    bool eventFilter(QObject *watched, QEvent *event) override
+    {
+        if (event->type() == QEvent::Paint && !m_painted) {
+            m_painted = true;
+            std::printf("painted-ms %.1f\n", double(m_sinceStart.nsecsElapsed()) / 1e6);
+            std::fflush(stdout);
+            QTimer::singleShot(1000, [] {
+                std::printf("rss-kb %ld\n", residentKilobytes());
+                std::fflush(stdout);
+                QCoreApplication::exit(0);
+            });
+        }
+        return QObject::eventFilter(watched, event);
+    }
+
+private:
+    const QElapsedTimer &m_sinceStart;
+    bool m_painted = false;
+};
+
 // Asks the quit rules before the main window closes.
 class QuitGuard : public QObject
 {
@@ -76,7 +122,10 @@ private:
 
 int main(int argc, char **argv)
 {
+    QElapsedTimer sinceStart;
+    sinceStart.start();
     QString screenshot;
+    bool probe = false;
     for (int i = 1; i < argc; ++i) {
         if (std::strcmp(argv[i], "--version") == 0) {
             std::printf("orvex %s\n", ORVEX_VERSION);
@@ -85,6 +134,10 @@ int main(int argc, char **argv)
         if (std::strcmp(argv[i], "--help") == 0) {
             std::fputs(kUsage, stdout);
             return 0;
+        }
+        if (std::strcmp(argv[i], "--startup-probe") == 0) {
+            probe = true;
+            continue;
         }
         if (std::strcmp(argv[i], "--screenshot") == 0 && i + 1 < argc) {
             screenshot = QString::fromLocal8Bit(argv[++i]);
@@ -120,6 +173,9 @@ int main(int argc, char **argv)
     QuitGuard guard(&delegate);
     QWidget *window = delegate.window();
     window->installEventFilter(&guard);
+    StartupProbe startupProbe(sinceStart);
+    if (probe)
+        window->installEventFilter(&startupProbe);
     window->show();
 
     if (!screenshot.isEmpty()) {
