@@ -9,6 +9,12 @@
 #include "HXSystemLog.h"
 #include "HXTabButton.h"
 #include "HXViewController.h"
+#include "HXRemoteProxy.h"
+#include "StandinProcess.h"
+
+#include <QFile>
+#include <QProcess>
+#include <QPushButton>
 
 #include <QElapsedTimer>
 #include <QSettings>
@@ -228,6 +234,70 @@ private Q_SLOTS:
                                 {{HXOrvexAppMainWindowTabIDKey, QStringLiteral("HXNowhere")}}, true);
         QTRY_COMPARE(m_log, QStringList{QStringLiteral("Cannot find tab view item for the identifier: HXNowhere")});
         QCOMPARE(w.window->selectedTabViewIdentifier(), HXTabViewAboutTabIdentifier);
+    }
+
+    void startAndStopTestingThroughTheWorker()
+    {
+        QTemporaryDir root;
+        qputenv("ORVEX_ROOT", root.path().toUtf8());
+        qputenv("ORVEX_DAEMON_BUS", "session");
+        HXRemoteProxy::setCallTimeout(3000);
+        QFile scenario(root.filePath(QStringLiteral("scenario.json")));
+        QVERIFY(scenario.open(QIODevice::WriteOnly));
+        scenario.write(R"({"stepMilliseconds": 300, "tests": [{"test": "SMART"}, {"test": "Memory"}, {"test": "RAID"},
+                          {"test": "Battery"}, {"test": "IO"}, {"test": "POST"}]})");
+        scenario.close();
+        StandinProcess standin(root.path());
+        QVERIFY(standin.start({QStringLiteral("--serve"), QStringLiteral("worker"), QStringLiteral("--status-view-port"),
+                               QStringLiteral("0"), QStringLiteral("--scenario"), scenario.fileName()}));
+
+        auto defaults = settings(QStringLiteral("testing.conf"));
+        Window w(defaults.get());
+        w.window->windowDidLoad();
+        QTRY_VERIFY(w.settled());
+        w.window->showLogTab();
+        QTRY_VERIFY(w.settled() && w.window->selectedTabViewIdentifier() == HXTabViewLogTabIdentifier);
+
+        QTest::mouseClick(w.window->startButton(), Qt::LeftButton);
+        QTRY_VERIFY(w.settled() && w.window->selectedTabViewIdentifier() == HXTabViewStatusTabIdentifier);
+        QCOMPARE(w.window->testProgress()->maximum(), 8.0);
+        // The bar follows the worker's test each time the worker says so.
+        QTRY_VERIFY_WITH_TIMEOUT(
+            [&] {
+                w.local.post(HXUpdateTestStatusNotification, nullptr);
+                return w.window->testProgress()->value() >= 2.0;
+            }(),
+            5000);
+        QVERIFY(w.window->testProgress()->value() <= 8.0);
+
+        QTest::mouseClick(w.window->stopButton(), Qt::LeftButton);
+        QCOMPARE(w.window->testProgress()->value(), 0.0);
+        QTRY_VERIFY(standin.standardError().contains(QLatin1String("Worker: deactivate")));
+        QVERIFY(standin.standardError().contains(QLatin1String("Worker: activate")));
+        QVERIFY(standin.standardError().contains(QLatin1String("Testing pass stopped")));
+    }
+
+    void aSecondStartBringsTheFirstForward()
+    {
+        QTemporaryDir root;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+        env.insert(QStringLiteral("XDG_CONFIG_HOME"), root.path());
+        env.insert(QStringLiteral("XDG_DATA_HOME"), root.path());
+        env.insert(QStringLiteral("ORVEX_ROOT"), root.path());
+        QProcess first;
+        first.setProcessEnvironment(env);
+        first.start(QStringLiteral(ORVEX_APP_PATH));
+        QTRY_VERIFY_WITH_TIMEOUT(
+            !HXRemoteProxy::nameOwner(QDBusConnection::sessionBus(), QStringLiteral("com.talvorn.Orvex")).isEmpty(), 10000);
+        QProcess second;
+        second.setProcessEnvironment(env);
+        second.start(QStringLiteral(ORVEX_APP_PATH));
+        QVERIFY(second.waitForFinished(10000));
+        QCOMPARE(second.exitCode(), 0);
+        QCOMPARE(first.state(), QProcess::Running);
+        first.terminate();
+        QVERIFY(first.waitForFinished(10000));
     }
 
     void pretendProgress()
