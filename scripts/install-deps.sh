@@ -8,7 +8,7 @@ packages=(
     build-essential cmake ninja-build pkg-config
     qt6-base-dev qt6-base-dev-tools libgl-dev qt6-svg-dev libqt6sql6-sqlite
     fonts-comfortaa fonts-jura
-    libplist-dev libplist-utils
+    libplist-dev libplist-utils libudev-dev
     libbenchmark-dev
     python3
     dbus-daemon dbus-bin

@@ -23,18 +23,7 @@
 
 HXSystemVersion HXAppDelegate::systemVersion()
 {
-    static const HXSystemVersion version = [] {
-        HXSystemVersion v;
-        const QStringList parts = qEnvironmentVariable("ORVEX_SYSTEM_VERSION").split(QLatin1Char('.'));
-        if (parts.size() == 3) {
-            bool a = false, b = false, c = false;
-            const HXSystemVersion given{parts[0].toInt(&a), parts[1].toInt(&b), parts[2].toInt(&c)};
-            if (a && b && c)
-                v = given;
-        }
-        return v;
-    }();
-    return version;
+    return HXSystemVersion::current();
 }
 
 HXAppDelegate::HXAppDelegate(Options options, QObject *parent)

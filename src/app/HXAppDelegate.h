@@ -1,6 +1,7 @@
 #pragma once
 
 #include "HXDebugWindowController.h"
+#include "HXMachineProbes.h"
 #include "HXMainWindowController.h"
 #include "HXPersistentStore.h"
 #include "HXUserPrompts.h"
@@ -15,13 +16,6 @@
 class HXViewController;
 class QMenu;
 class QMenuBar;
-
-struct HXSystemVersion
-{
-    qint32 major = 10;
-    qint32 minor = 15;
-    qint32 bugfix = 0;
-};
 
 inline const QString kOrvexDebugModeKey = QStringLiteral("kOrvexDebugModeKey");
 inline const QString HXPrintPreferenceIsTextKey = QStringLiteral("HXPrintPreferenceIsTextKey");
