@@ -1,0 +1,359 @@
+#include "HXAnimView.h"
+
+#include "HXAnimationTiming.h"
+#include "HXArtwork.h"
+#include "HXMachineProbes.h"
+#include "HXStatusBoard.h"
+#include "HXTextField.h"
+
+#include <QCoreApplication>
+#include <QGraphicsOpacityEffect>
+#include <QLabel>
+#include <QLocale>
+#include <QMessageBox>
+#include <QMouseEvent>
+#include <QPainter>
+#include <QPainterPath>
+#include <QPointer>
+#include <QPropertyAnimation>
+#include <QPushButton>
+#include <QShortcut>
+#include <QTimer>
+
+namespace {
+
+constexpr int kIconSize = 56;
+constexpr int kMargin = 16;
+
+QGraphicsOpacityEffect *opacityOf(QWidget *widget)
+{
+    auto *effect = qobject_cast<QGraphicsOpacityEffect *>(widget->graphicsEffect());
+    if (!effect) {
+        effect = new QGraphicsOpacityEffect(widget);
+        effect->setOpacity(1.0);
+        widget->setGraphicsEffect(effect);
+    }
+    return effect;
+}
+
+// The field font: German words are long, so German gets a narrower bold.
+QFont subFieldFont()
+{
+    static const bool german = QLocale().uiLanguages().value(0).startsWith(QLatin1String("de"));
+    if (german) {
+        QFont bold;
+        bold.setPointSize(12);
+        bold.setBold(true);
+        return bold;
+    }
+    return HXArtwork::displayFont(12);
+}
+
+// Runs the steps one after another, each after its wait, on the main thread.
+void runSteps(QObject *context, std::vector<std::pair<int, std::function<void()>>> steps, size_t from = 0)
+{
+    if (from >= steps.size())
+        return;
+    QPointer<QObject> guard(context);
+    const int wait = steps[from].first;
+    auto next = [guard, steps, from]() {
+        if (!guard)
+            return;
+        steps[from].second();
+        runSteps(guard, steps, from + 1);
+    };
+    if (wait <= 0)
+        next();
+    else
+        QTimer::singleShot(HXAnimationTiming::milliseconds(wait), context, next);
+}
+
+} // namespace
+
+const std::array<QColor, 5> &HXAnimView::statusColors()
+{
+    static const std::array<QColor, 5> colors = {QColor(Qt::white), QColor(0x3f, 0xb9, 0x50), QColor(0xf5, 0xc5, 0x18),
+                                                 QColor(0xe5, 0x48, 0x4d), QColor(0x7d, 0x85, 0x8f)};
+    return colors;
+}
+
+bool HXAnimView::batteryExists()
+{
+    return HXMachineProbes::current().hasInternalBattery();
+}
+
+HXAnimView::HXAnimView(const QString &title, const QString &iconName, QWidget *parent)
+    : QAbstractButton(parent)
+    , m_iconView(new QLabel(this))
+    , m_titleField(new QLabel(title, this))
+    , m_statusField(new HXTextField(this))
+    , m_closeButton(new QPushButton(QStringLiteral("×"), this))
+{
+    setCursor(Qt::PointingHandCursor);
+    setFocusPolicy(Qt::NoFocus);
+    m_iconView->setPixmap(HXArtwork::pixmap(iconName, QSize(kIconSize, kIconSize), devicePixelRatioF()));
+    m_iconView->setFixedSize(kIconSize, kIconSize);
+    m_titleField->setFont(HXArtwork::displayFont(22));
+    QPalette light = m_titleField->palette();
+    light.setColor(QPalette::WindowText, QColor(0xf2, 0xf4, 0xf6));
+    m_titleField->setPalette(light);
+    m_statusField->setRealFont(HXArtwork::technicalFont(22, QFont::Bold));
+    m_statusField->setRealString(QCoreApplication::translate("HXAnimView", "PENDING..."));
+    m_statusField->resetOn();
+    QPalette white = m_statusField->palette();
+    white.setColor(QPalette::WindowText, statusColors()[0]);
+    m_statusField->setPalette(white);
+
+    m_closeButton->setFixedSize(26, 26);
+    m_closeButton->setCursor(Qt::PointingHandCursor);
+    m_closeButton->setToolTip(QCoreApplication::translate("HXAnimView", "Close (Esc)"));
+    m_closeButton->setStyleSheet(QStringLiteral(
+        "QPushButton { color: white; background: rgba(0,0,0,90); border: 1px solid rgba(255,255,255,60);"
+        " border-radius: 13px; font-size: 16px; } QPushButton:hover { background: #f08a24; }"));
+    m_closeButton->hide();
+    opacityOf(m_closeButton)->setOpacity(0.0);
+    connect(m_closeButton, &QPushButton::clicked, this, &HXAnimView::closeRequested);
+    layoutFields();
+}
+
+void HXAnimView::setRealFrame(const QRect &frame)
+{
+    m_realFrame = frame;
+    setGeometry(frame);
+}
+
+QLabel *HXAnimView::addTest(const QString &name)
+{
+    auto *bullet = new QLabel(QStringLiteral("•"), this);
+    QFont bulletFont = font();
+    bulletFont.setPointSize(16);
+    bullet->setFont(bulletFont);
+    auto *field = new QLabel(name, this);
+    field->setFont(subFieldFont());
+    QPalette light = field->palette();
+    light.setColor(QPalette::WindowText, QColor(0xd8, 0xdd, 0xe2));
+    field->setPalette(light);
+    m_subFields << bullet << field;
+    m_codes.append(0);
+    setTestCode(int(m_codes.size()) - 1, 0);
+    layoutFields();
+    return field;
+}
+
+void HXAnimView::setTestCode(int slot, qint32 code)
+{
+    m_codes[slot] = code;
+    QLabel *bullet = m_subFields[2 * slot];
+    QPalette palette = bullet->palette();
+    palette.setColor(QPalette::WindowText, statusColors()[size_t(std::clamp(code, 0, 4))]);
+    bullet->setPalette(palette);
+}
+
+void HXAnimView::showCombined()
+{
+    setStatus(HXStatusBoard::combine(QList<int>(m_codes.cbegin(), m_codes.cend())), true);
+}
+
+void HXAnimView::setStatus(qint32 code, bool animated)
+{
+    if (code == m_testStatus)
+        return;
+    m_testStatus = code;
+    const char *word = code == 3 ? "FAILED" : code == 2 ? "WARNING" : code == 1 ? "PASSED" : "PENDING...";
+    const QColor colour = code >= 1 && code <= 3 ? statusColors()[size_t(code)] : statusColors()[0];
+    QPalette palette = m_statusField->palette();
+    palette.setColor(QPalette::WindowText, colour);
+    m_statusField->setPalette(palette);
+    m_statusField->setRealString(QCoreApplication::translate("HXAnimView", word));
+    if (animated) {
+        m_statusField->resetOff();
+        m_statusField->animate();
+    } else {
+        m_statusField->resetOn();
+    }
+}
+
+void HXAnimView::explainWhenNotApplicable(QLabel *name, std::function<bool()> applies, const QString &message,
+                                          const QString &informative)
+{
+    name->installEventFilter(this);
+    name->setCursor(Qt::WhatsThisCursor);
+    m_clickable.emplace_back(name, [this, applies, message, informative] {
+        if (applies())
+            return;
+        QMessageBox alert(QMessageBox::Information, QStringLiteral("Orvex"), message, QMessageBox::Ok, window());
+        alert.setObjectName(QStringLiteral("notApplicableAlert"));
+        alert.setInformativeText(informative);
+        alert.exec();
+    });
+}
+
+bool HXAnimView::eventFilter(QObject *watched, QEvent *event)
+{
+    if (event->type() == QEvent::MouseButtonRelease) {
+        for (const auto &[label, action] : m_clickable) {
+            if (label == watched) {
+                action();
+                return true; // the name's click is not the panel's
+            }
+        }
+    }
+    if (event->type() == QEvent::MouseButtonPress) {
+        for (const auto &entry : m_clickable) {
+            if (entry.first == watched)
+                return true;
+        }
+    }
+    return QAbstractButton::eventFilter(watched, event);
+}
+
+void HXAnimView::resizeEvent(QResizeEvent *event)
+{
+    QAbstractButton::resizeEvent(event);
+    layoutFields();
+}
+
+void HXAnimView::layoutFields()
+{
+    m_iconView->move(kMargin, kMargin);
+    const int textLeft = kMargin + kIconSize + 14;
+    m_titleField->setGeometry(textLeft, kMargin - 2, width() - textLeft - 44, 30);
+    m_statusField->setGeometry(textLeft, kMargin + 32, std::min(230, width() - textLeft - kMargin), 34);
+    m_statusField->resetFontSize();
+    m_closeButton->move(width() - m_closeButton->width() - 10, 10);
+    // Tests in two columns under the header.
+    const int top = kMargin + kIconSize + 20;
+    const int columnWidth = (width() - 2 * kMargin) / 2;
+    for (qsizetype pair = 0; pair * 2 + 1 < m_subFields.size(); ++pair) {
+        const int column = int(pair) / 3;
+        const int row = int(pair) % 3;
+        const int x = kMargin + column * columnWidth;
+        const int y = top + row * 26;
+        m_subFields[pair * 2]->setGeometry(x, y - 2, 16, 24);
+        m_subFields[pair * 2 + 1]->setGeometry(x + 18, y, columnWidth - 22, 22);
+    }
+}
+
+void HXAnimView::paintEvent(QPaintEvent *)
+{
+    QPainter p(this);
+    p.setRenderHint(QPainter::Antialiasing);
+    const QRectF panel = QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5);
+    QLinearGradient face(0, 0, 0, height());
+    const bool hot = isDown() || (underMouse() && isEnabled());
+    face.setColorAt(0, hot ? QColor(0x3b, 0x42, 0x4b) : QColor(0x33, 0x39, 0x41));
+    face.setColorAt(1, hot ? QColor(0x26, 0x2b, 0x31) : QColor(0x22, 0x26, 0x2c));
+    p.setPen(QPen(QColor(0x11, 0x13, 0x16), 1));
+    p.setBrush(face);
+    p.drawRoundedRect(panel, 12, 12);
+    p.setPen(QPen(QColor(255, 255, 255, 22), 1));
+    p.drawLine(QPointF(12, 1.5), QPointF(width() - 12, 1.5));
+}
+
+QPoint HXAnimView::offScreenPlace() const
+{
+    const QWidget *parent = parentWidget();
+    const int parentWidth = parent ? parent->width() : 0;
+    const bool rightHalf = m_realFrame.left() >= parentWidth / 2;
+    return {rightHalf ? parentWidth : -m_realFrame.width(), m_realFrame.top()};
+}
+
+QList<QWidget *> HXAnimView::fadingParts() const
+{
+    QList<QWidget *> parts{m_iconView, m_titleField, m_statusField};
+    for (QLabel *field : m_subFields)
+        parts.append(field);
+    return parts;
+}
+
+void HXAnimView::fadeTo(QWidget *widget, double opacity, int milliseconds)
+{
+    auto *fade = new QPropertyAnimation(opacityOf(widget), "opacity", widget);
+    fade->setDuration(HXAnimationTiming::milliseconds(milliseconds));
+    fade->setEndValue(opacity);
+    fade->start(QAbstractAnimation::DeleteWhenStopped);
+}
+
+void HXAnimView::viewWillAppear()
+{
+    move(offScreenPlace());
+    for (QLabel *field : m_subFields)
+        opacityOf(field)->setOpacity(0.0);
+    m_statusField->resetOff();
+}
+
+void HXAnimView::viewDidAppear()
+{
+    std::vector<std::pair<int, std::function<void()>>> steps;
+    steps.emplace_back(0, [this] {
+        auto *slide = new QPropertyAnimation(this, "pos", this);
+        slide->setDuration(HXAnimationTiming::milliseconds(250));
+        slide->setEasingCurve(QEasingCurve::OutQuad);
+        slide->setEndValue(m_realFrame.topLeft());
+        slide->start(QAbstractAnimation::DeleteWhenStopped);
+    });
+    steps.emplace_back(150, [this] { m_statusField->animate(); });
+    for (qsizetype pair = 0; pair * 2 + 1 < m_subFields.size(); ++pair) {
+        steps.emplace_back(pair == 0 ? 0 : 150, [this, pair] {
+            fadeTo(m_subFields[pair * 2], 1.0, 150);
+            fadeTo(m_subFields[pair * 2 + 1], 1.0, 150);
+        });
+    }
+    runSteps(this, std::move(steps));
+}
+
+long long HXAnimView::viewWillDisappear()
+{
+    move(m_realFrame.topLeft());
+    for (QWidget *part : fadingParts())
+        opacityOf(part)->setOpacity(1.0);
+    m_statusField->resetOn();
+    auto *slide = new QPropertyAnimation(this, "pos", this);
+    slide->setDuration(HXAnimationTiming::milliseconds(250));
+    slide->setEasingCurve(QEasingCurve::OutQuad);
+    slide->setEndValue(offScreenPlace());
+    slide->start(QAbstractAnimation::DeleteWhenStopped);
+    return 250000;
+}
+
+void HXAnimView::fadeOut()
+{
+    for (QWidget *part : fadingParts())
+        fadeTo(part, 0.0, 250);
+}
+
+void HXAnimView::fadeIn()
+{
+    for (QWidget *part : fadingParts())
+        fadeTo(part, 1.0, 250);
+}
+
+void HXAnimView::activate()
+{
+    m_closeButton->show();
+    m_closeButton->raise();
+    fadeTo(m_closeButton, 1.0, 250);
+    QPointer<HXAnimView> self(this);
+    QTimer::singleShot(HXAnimationTiming::milliseconds(1000), this, [self] {
+        if (!self || !self->m_closeButton->isVisible())
+            return;
+        // From now on Escape closes the box.
+        self->m_closeButton->setShortcut(QKeySequence(Qt::Key_Escape));
+        self->setShortcut(QKeySequence());
+    });
+}
+
+void HXAnimView::deactivate()
+{
+    m_closeButton->setShortcut(QKeySequence());
+    QPointer<HXAnimView> self(this);
+    QTimer::singleShot(HXAnimationTiming::milliseconds(250), this, [self] {
+        if (!self)
+            return;
+        auto *fade = new QPropertyAnimation(opacityOf(self->m_closeButton), "opacity", self->m_closeButton);
+        fade->setDuration(HXAnimationTiming::milliseconds(250));
+        fade->setEndValue(0.0);
+        QObject::connect(fade, &QPropertyAnimation::finished, self->m_closeButton, &QWidget::hide);
+        fade->start(QAbstractAnimation::DeleteWhenStopped);
+    });
+}

@@ -1,0 +1,85 @@
+#pragma once
+
+#include <QAbstractButton>
+#include <QColor>
+#include <QList>
+
+#include <array>
+
+class HXTextField;
+class QLabel;
+class QPushButton;
+
+// A group of tests on the status tab: a clickable panel with the group's
+// icon, its title, a large status word and a coloured bullet and name per
+// test. It slides in and out with the tab, fades while another group's result
+// box is open, and shows a close button while its own box is open.
+class HXAnimView : public QAbstractButton
+{
+    Q_OBJECT
+
+public:
+    // 0 no result, 1 passed, 2 warning, 3 error, 4 not applicable.
+    static const std::array<QColor, 5> &statusColors();
+    static bool batteryExists();
+
+    HXAnimView(const QString &title, const QString &iconName, QWidget *parent = nullptr);
+
+    qint32 testStatus() const { return m_testStatus; }
+    void setStatus(qint32 code, bool animated);
+    HXTextField *statusField() const { return m_statusField; }
+    QPushButton *closeButton() const { return m_closeButton; }
+    const QList<QLabel *> &subFields() const { return m_subFields; }
+
+    // The view's place when shown; the layout sets it.
+    QRect realFrame() const { return m_realFrame; }
+    void setRealFrame(const QRect &frame);
+    QPoint offScreenPlace() const;
+
+    void viewWillAppear();
+    void viewDidAppear();
+    long long viewWillDisappear(); // microseconds to wait
+    void viewDidDisappear() {}
+    void fadeIn();
+    void fadeOut();
+    void activate();
+    void deactivate();
+    void bind() {}
+    void unbind() {}
+
+    QSize sizeHint() const override { return {420, 196}; }
+
+Q_SIGNALS:
+    // The close button of an open box.
+    void closeRequested();
+
+protected:
+    // Adds a test's bullet and name; returns the name field.
+    QLabel *addTest(const QString &name);
+    void setTestCode(int slot, qint32 code);
+    qint32 testCode(int slot) const { return m_codes.value(slot); }
+    // Combines the tests (after not-applicable substitution) and shows it.
+    void showCombined();
+    // A click on a test's name: explains a test that does not apply.
+    void explainWhenNotApplicable(QLabel *name, std::function<bool()> applies, const QString &message,
+                                  const QString &informative);
+
+    void paintEvent(QPaintEvent *event) override;
+    void resizeEvent(QResizeEvent *event) override;
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
+private:
+    void layoutFields();
+    void fadeTo(QWidget *widget, double opacity, int milliseconds);
+    QList<QWidget *> fadingParts() const;
+
+    QLabel *m_iconView;
+    QLabel *m_titleField;
+    HXTextField *m_statusField;
+    QPushButton *m_closeButton;
+    QList<QLabel *> m_subFields;
+    QList<qint32> m_codes;
+    QRect m_realFrame;
+    qint32 m_testStatus = 0;
+    std::vector<std::pair<QLabel *, std::function<void()>>> m_clickable;
+};
