@@ -162,7 +162,7 @@ void HXMainWindowController::buildWindow()
     layout->addLayout(tabs);
     layout->addWidget(m_tabView, 1);
     layout->addLayout(bottom);
-    resize(920, 640);
+    resize(940, 700);
 }
 
 void HXMainWindowController::setButtonTextColor(QPushButton *button)

@@ -100,9 +100,7 @@ HXAnimView::HXAnimView(const QString &title, const QString &iconName, QWidget *p
     m_statusField->setRealFont(HXArtwork::technicalFont(22, QFont::Bold));
     m_statusField->setRealString(QCoreApplication::translate("HXAnimView", "PENDING..."));
     m_statusField->resetOn();
-    QPalette white = m_statusField->palette();
-    white.setColor(QPalette::WindowText, statusColors()[0]);
-    m_statusField->setPalette(white);
+    m_statusField->setStyleSheet(QStringLiteral("color: %1;").arg(statusColors()[0].name()));
 
     m_closeButton->setFixedSize(26, 26);
     m_closeButton->setCursor(Qt::PointingHandCursor);
@@ -122,7 +120,7 @@ void HXAnimView::setRealFrame(const QRect &frame)
     setGeometry(frame);
 }
 
-QLabel *HXAnimView::addTest(const QString &name)
+QLabel *HXAnimView::addTest(const QString &name, bool hasLogButton)
 {
     auto *bullet = new QLabel(QStringLiteral("•"), this);
     QFont bulletFont = font();
@@ -134,6 +132,18 @@ QLabel *HXAnimView::addTest(const QString &name)
     light.setColor(QPalette::WindowText, QColor(0xd8, 0xdd, 0xe2));
     field->setPalette(light);
     m_subFields << bullet << field;
+    QPushButton *log = nullptr;
+    if (hasLogButton) {
+        log = new QPushButton(QStringLiteral("›"), this);
+        log->setFixedSize(22, 20);
+        log->setCursor(Qt::PointingHandCursor);
+        log->setToolTip(QCoreApplication::translate("HXAnimView", "Show this result in the log"));
+        log->setStyleSheet(QStringLiteral("QPushButton { color: #f08a24; background: transparent; border: none;"
+                                          " font-size: 18px; font-weight: bold; } QPushButton:hover { color: white; }"));
+        const int slot = int(m_codes.size());
+        connect(log, &QPushButton::clicked, this, [this, slot] { Q_EMIT showInLog(slot); });
+    }
+    m_logButtons.append(log);
     m_codes.append(0);
     setTestCode(int(m_codes.size()) - 1, 0);
     layoutFields();
@@ -143,10 +153,25 @@ QLabel *HXAnimView::addTest(const QString &name)
 void HXAnimView::setTestCode(int slot, qint32 code)
 {
     m_codes[slot] = code;
-    QLabel *bullet = m_subFields[2 * slot];
-    QPalette palette = bullet->palette();
-    palette.setColor(QPalette::WindowText, statusColors()[size_t(std::clamp(code, 0, 4))]);
-    bullet->setPalette(palette);
+    // A style sheet, as the window's palette would otherwise win over a
+    // child's when the style polishes it.
+    m_subFields[2 * slot]->setStyleSheet(
+        QStringLiteral("color: %1;").arg(statusColors()[size_t(std::clamp(code, 0, 4))].name()));
+    updateLogButtons();
+}
+
+void HXAnimView::setLogButtonsShownAlways(bool showAll)
+{
+    m_showAll = showAll;
+    updateLogButtons();
+}
+
+void HXAnimView::updateLogButtons()
+{
+    for (qsizetype slot = 0; slot < m_logButtons.size(); ++slot) {
+        if (QPushButton *log = m_logButtons[slot])
+            log->setVisible(m_showAll || m_codes.value(slot) == 2 || m_codes.value(slot) == 3);
+    }
 }
 
 void HXAnimView::showCombined()
@@ -161,9 +186,7 @@ void HXAnimView::setStatus(qint32 code, bool animated)
     m_testStatus = code;
     const char *word = code == 3 ? "FAILED" : code == 2 ? "WARNING" : code == 1 ? "PASSED" : "PENDING...";
     const QColor colour = code >= 1 && code <= 3 ? statusColors()[size_t(code)] : statusColors()[0];
-    QPalette palette = m_statusField->palette();
-    palette.setColor(QPalette::WindowText, colour);
-    m_statusField->setPalette(palette);
+    m_statusField->setStyleSheet(QStringLiteral("color: %1;").arg(colour.name()));
     m_statusField->setRealString(QCoreApplication::translate("HXAnimView", word));
     if (animated) {
         m_statusField->resetOff();
@@ -230,7 +253,10 @@ void HXAnimView::layoutFields()
         const int x = kMargin + column * columnWidth;
         const int y = top + row * 26;
         m_subFields[pair * 2]->setGeometry(x, y - 2, 16, 24);
-        m_subFields[pair * 2 + 1]->setGeometry(x + 18, y, columnWidth - 22, 22);
+        QLabel *name = m_subFields[pair * 2 + 1];
+        name->setGeometry(x + 18, y, columnWidth - 46, 22);
+        if (QPushButton *log = m_logButtons.value(pair))
+            log->move(x + 18 + std::min(name->sizeHint().width(), columnWidth - 46) + 2, y + 1);
     }
 }
 
@@ -263,6 +289,10 @@ QList<QWidget *> HXAnimView::fadingParts() const
     QList<QWidget *> parts{m_iconView, m_titleField, m_statusField};
     for (QLabel *field : m_subFields)
         parts.append(field);
+    for (QPushButton *log : m_logButtons) {
+        if (log)
+            parts.append(log);
+    }
     return parts;
 }
 

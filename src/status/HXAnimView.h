@@ -49,13 +49,20 @@ public:
 
     QSize sizeHint() const override { return {420, 196}; }
 
+    // A test's go-to-log arrow shows while the test has a warning or an
+    // error, or always with `showAll`; a test without a log action has none.
+    void setLogButtonsShownAlways(bool showAll);
+    QPushButton *logButton(int slot) const { return m_logButtons.value(slot); }
+
 Q_SIGNALS:
     // The close button of an open box.
     void closeRequested();
+    // The go-to-log arrow of the test in `slot` (the order of addTest).
+    void showInLog(int slot);
 
 protected:
     // Adds a test's bullet and name; returns the name field.
-    QLabel *addTest(const QString &name);
+    QLabel *addTest(const QString &name, bool hasLogButton = true);
     void setTestCode(int slot, qint32 code);
     qint32 testCode(int slot) const { return m_codes.value(slot); }
     // Combines the tests (after not-applicable substitution) and shows it.
@@ -82,4 +89,7 @@ private:
     QRect m_realFrame;
     qint32 m_testStatus = 0;
     std::vector<std::pair<QLabel *, std::function<void()>>> m_clickable;
+    QList<QPushButton *> m_logButtons; // null where a test has none
+    bool m_showAll = false;
+    void updateLogButtons();
 };

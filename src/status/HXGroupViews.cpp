@@ -39,7 +39,8 @@ HXDrivesView::HXDrivesView(QWidget *parent)
     : HXAnimView(tr("Drives"), QStringLiteral("drivesGroup"), parent)
 {
     addTest(tr("Volume Structures"));
-    m_partitionMapField = addTest(tr("Partition Map"));
+    // The partition map has no log action of its own.
+    m_partitionMapField = addTest(tr("Partition Map"), false);
     m_raidField = addTest(tr("RAID"));
     addTest(tr("Surface Scan"));
     m_smartField = addTest(tr("SMART"));

@@ -139,7 +139,9 @@ StandinScenario StandinScenario::defaultScenario()
             QStringLiteral("SMART test warning on WDC WD40EFRX-68N32N0 4TB (sda): 8 reallocated sectors, "
                            "up from 0 at the last pass")),
         run(HXTest::SurfaceScan, StandinOutcome::Passed, system),
-        run(HXTest::SurfaceScan, StandinOutcome::Passed, backup),
+        run(HXTest::SurfaceScan, StandinOutcome::Warning, backup,
+            QStringLiteral("Surface Scan test warning on WDC WD40EFRX-68N32N0 4TB (sda): 3 blocks needed several "
+                           "reads")),
         run(HXTest::FileStructures, StandinOutcome::Error, system,
             QStringLiteral("File Structures test found 3 damaged files on Samsung SSD 980 PRO 1TB (nvme0n1)"),
             {QStringLiteral("/home/demo/Pictures/2024/IMG_0412.jpg"),

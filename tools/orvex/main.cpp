@@ -2,7 +2,9 @@
 #include "HXAppDelegate.h"
 #include "HXApplication.h"
 #include "HXArtwork.h"
+#include "HXDBusNotificationCenter.h"
 #include "HXMainWindowController.h"
+#include "HXStatusViewController.h"
 
 #include <QCloseEvent>
 #include <QDBusConnection>
@@ -166,8 +168,18 @@ int main(int argc, char **argv)
     }
 
     HXArtwork::loadFonts();
-    HXAppDelegate delegate({});
+    HXStatusViewController::Options statusOptions;
+    statusOptions.distributedCenter = HXDBusNotificationCenter::defaultCenter();
+    HXStatusViewController status(statusOptions);
+    HXAppDelegate::Options options;
+    // The log and about tabs come with their own controllers.
+    options.controllers = {&status, nullptr, nullptr};
+    HXAppDelegate delegate(options);
     delegate.applicationDidFinishLaunching(held);
+    status.setTestingFinishedHandler([&delegate] {
+        if (HXMainWindowController *window = delegate.mainWindowController())
+            window->testingFinishedStatus();
+    });
     ApplicationService service(&delegate);
     session.registerObject(QStringLiteral("/"), &service, QDBusConnection::ExportAllSlots);
     QuitGuard guard(&delegate);
@@ -180,7 +192,7 @@ int main(int argc, char **argv)
 
     if (!screenshot.isEmpty()) {
         // After the first paints and the opening hand-over.
-        QTimer::singleShot(1500, window, [window, screenshot] {
+        QTimer::singleShot(4000, window, [window, screenshot] {
             const bool saved = window->grab().save(screenshot);
             std::fprintf(saved ? stdout : stderr, saved ? "orvex: saved a screenshot to %s\n"
                                                         : "orvex: could not save a screenshot to %s\n",
@@ -188,9 +200,9 @@ int main(int argc, char **argv)
             QCoreApplication::exit(saved ? 0 : 1);
         });
     }
-    const int status = app.exec();
+    const int exitStatus = app.exec();
     delegate.applicationWillTerminate();
-    return status;
+    return exitStatus;
 }
 
 #include "main.moc"

@@ -1,0 +1,226 @@
+// The result box of the status tab: a group view slides to the right edge,
+// its repair advice flows around it, and it slides back when closed.
+#include "HXAnimationTiming.h"
+#include "HXArtwork.h"
+#include "HXMachineProbes.h"
+#include "HXRepairAdvice.h"
+#include "HXShapedTextView.h"
+#include "HXStatusViewController.h"
+
+#include <QFrame>
+#include <QLabel>
+#include <QPropertyAnimation>
+#include <QPushButton>
+#include <QScrollArea>
+#include <QScrollBar>
+#include <QTextDocument>
+
+QFont HXStatusViewController::adviceFont() const
+{
+    QFont font = m_root ? m_root->font() : QFont();
+    font.setPointSize(20);
+    return font;
+}
+
+void HXStatusViewController::showHardwareRepairAdvice()
+{
+    showView(m_hardwareView, HXRepairAdvice::hardwareAdvice(HXAnimView::batteryExists()), {});
+}
+
+void HXStatusViewController::showSystemRepairAdvice()
+{
+    const QString sentence = m_repairAdviceExtraStrings.value(HXRepairAdvice::ombrelVersionWorksWithOSVersion());
+    showView(m_systemView, HXRepairAdvice::systemAdvice(sentence), {});
+}
+
+void HXStatusViewController::showDrivesRepairAdvice()
+{
+    const HXMachineProbes &machine = HXMachineProbes::current();
+    const QString sentence = m_repairAdviceExtraStrings.value(HXRepairAdvice::ombrelVersionWorksWithOSVersion());
+    showView(m_drivesView, HXRepairAdvice::drivesAdvice(sentence, machine.raidExists(), machine.smartExists()), {});
+}
+
+void HXStatusViewController::showFilesRepairAdvice()
+{
+    showView(m_filesView, HXRepairAdvice::filesAdvice(), {});
+}
+
+void HXStatusViewController::showTestRepairAdvice(HXTest test)
+{
+    const QString sentence = m_repairAdviceExtraStrings.value(HXRepairAdvice::ombrelVersionWorksWithOSVersion());
+    showView(nullptr, HXRepairAdvice::singleTestAdvice(test, sentence), m_board.results(test));
+}
+
+void HXStatusViewController::showView(HXAnimView *view, const QString &advice, const QList<HXResultEntry> &results)
+{
+    if (!m_root)
+        return;
+    // A click while a box is open closes it.
+    if (m_showingBox) {
+        showAllBoxes();
+        return;
+    }
+    m_previousBoxFrame = view ? view->geometry() : QRect();
+    const int viewWidth = view ? view->width() : 0;
+
+    // One row per listed result, with an invisible button over it that shows
+    // the result in the log.
+    QList<QPointer<QWidget>> extras;
+    int y = 20;
+    for (const HXResultEntry &entry : results) {
+        const QVariantMap disk = entry.result->testInfoMap().value(QStringLiteral("disk")).toMap();
+        if (view) {
+            auto *row = new QLabel(tr("Disk: %1 Volume: %2")
+                                       .arg(disk.value(QStringLiteral("bsdName")).toString(),
+                                            disk.value(QStringLiteral("volumeName")).toString()),
+                                   view);
+            QFont rowFont = row->font();
+            rowFont.setPointSize(14);
+            row->setFont(rowFont);
+            row->setGeometry(20, y, viewWidth - 40, 20);
+            setOpacity(row, 0.0);
+            auto *button = new QPushButton(row);
+            button->setFlat(true);
+            button->setStyleSheet(QStringLiteral("background: transparent; border: none;"));
+            button->setGeometry(0, 0, row->width(), row->height());
+            button->setCursor(Qt::PointingHandCursor);
+            const qint64 tag = entry.index;
+            connect(button, &QPushButton::clicked, this, [this, tag] { individualStatusButtonClicked(tag); });
+            row->show();
+            extras.append(row);
+        }
+        y += 40;
+    }
+    m_showingBoxExtras = extras;
+    QRect target(m_root->width() - 16 - viewWidth, 0, viewWidth, view ? view->height() : 0);
+    if (!results.isEmpty() && view) {
+        target.setHeight(target.height() + y);
+        auto *separator = new QFrame(view);
+        separator->setFrameShape(QFrame::Box);
+        separator->setStyleSheet(QStringLiteral("border: 1px solid gray;"));
+        separator->setGeometry(20, y, viewWidth - 40, 2);
+        setOpacity(separator, 0.0);
+        separator->show();
+        m_showingBoxExtras.append(separator);
+    }
+
+    // The advice, its tags made links, flowing around the box.
+    auto document = std::make_unique<QTextDocument>();
+    document->setDefaultFont(adviceFont());
+    document->setPlainText(advice);
+    HXRepairAdvice::linkifyTaggedString(document.get(), adviceFont(), HXRepairAdvice::ombrelProExists());
+    m_adviceView->setExclusionRect(target);
+    m_adviceView->setDocument(std::move(document));
+    m_adviceView->move(0, 0);
+    setOpacity(m_adviceView, 0.0);
+    m_adviceView->show();
+    setOpacity(m_repairAdviceView, 1.0);
+    m_repairAdviceView->show();
+    m_repairAdviceView->raise();
+    m_repairAdviceView->verticalScrollBar()->setValue(0);
+
+    // The group view moves over to the advice, where it stands on screen.
+    if (view) {
+        const QPoint onScreen = m_statusView->mapTo(m_root, view->pos());
+        view->setParent(m_adviceView);
+        view->move(onScreen);
+        view->show();
+        view->unbind();
+        view->setFixedHeight(target.height());
+    }
+    for (HXAnimView *group : groupViews())
+        group->setEnabled(false);
+    m_showingBox = view;
+
+    QPointer<HXAnimView> box(view);
+    runStages({{[this, box] {
+                    setOpacity(m_statusView, 0.0, 250);
+                    for (HXAnimView *group : groupViews()) {
+                        if (group != box)
+                            group->fadeOut();
+                    }
+                },
+                500, true},
+               {[box, target] {
+                    if (!box)
+                        return;
+                    auto *move = new QPropertyAnimation(box, "pos", box);
+                    move->setDuration(HXAnimationTiming::milliseconds(250));
+                    move->setEasingCurve(QEasingCurve::OutQuad);
+                    move->setEndValue(target.topLeft());
+                    move->start(QAbstractAnimation::DeleteWhenStopped);
+                },
+                500, true},
+               {[this, box] {
+                    m_adviceView->setFocus();
+                    setOpacity(m_adviceView, 1.0, 250);
+                    for (QWidget *extra : showingBoxExtras())
+                        setOpacity(extra, 1.0, 250);
+                    if (box) {
+                        box->activate();
+                        box->setEnabled(true);
+                    }
+                    cancelAnimation = false;
+                }}});
+}
+
+void HXStatusViewController::showAllBoxes()
+{
+    if (!m_root || (!m_showingBox && m_showingBoxExtras.isEmpty() && !m_repairAdviceView->isVisible()))
+        return;
+    QPointer<HXAnimView> box(m_showingBox);
+    const QRect previous = m_previousBoxFrame;
+    m_repairAdviceView->verticalScrollBar()->setValue(0);
+    if (box)
+        box->setEnabled(false);
+    // Cleared before the stages run, which then work on the cleared list:
+    // the rows stay in the group view.
+    m_showingBox = nullptr;
+    m_showingBoxExtras.clear();
+    runStages({{[this, box] {
+                    setOpacity(m_adviceView, 0.0, 250);
+                    for (QWidget *extra : showingBoxExtras())
+                        setOpacity(extra, 0.0, 250);
+                    if (box)
+                        box->deactivate();
+                },
+                500},
+               {[this, box, previous] {
+                    if (!box)
+                        return;
+                    auto *move = new QPropertyAnimation(box, "pos", box);
+                    move->setDuration(HXAnimationTiming::milliseconds(250));
+                    move->setEasingCurve(QEasingCurve::OutQuad);
+                    move->setEndValue(m_statusView->mapTo(m_root, previous.topLeft()));
+                    move->start(QAbstractAnimation::DeleteWhenStopped);
+                },
+                500},
+               {[this, box] {
+                    setOpacity(m_statusView, 1.0, 250);
+                    for (HXAnimView *group : groupViews()) {
+                        if (group != box)
+                            group->fadeIn();
+                    }
+                },
+                500},
+               {[this, box, previous] {
+                    if (box) {
+                        box->setParent(m_statusView);
+                        box->setMinimumHeight(0);
+                        box->setMaximumHeight(QWIDGETSIZE_MAX);
+                        box->setGeometry(previous);
+                        box->show();
+                        box->bind();
+                    }
+                    for (QWidget *extra : showingBoxExtras())
+                        extra->deleteLater();
+                    setOpacity(m_repairAdviceView, 0.0);
+                    m_repairAdviceView->hide();
+                    setOpacity(m_adviceView, 0.0);
+                    m_adviceView->hide();
+                    for (HXAnimView *group : groupViews())
+                        group->setEnabled(true);
+                    m_adviceView->clear();
+                    layoutStatusView();
+                }}});
+}

@@ -1,0 +1,499 @@
+#include "HXStatusViewController.h"
+
+#include "HXAnimationTiming.h"
+#include "HXArtwork.h"
+#include "HXConstants.h"
+#include "HXDBusNotificationCenter.h"
+#include "HXDaemonInteraction.h"
+#include "HXDescriptionField.h"
+#include "HXIconAnimate.h"
+#include "HXMachineProbes.h"
+#include "HXNotificationCenter.h"
+#include "HXRepairAdvice.h"
+#include "HXShapedTextView.h"
+#include "HXStatusReporter.h"
+#include "HXStatusViewRemoteControlManager.h"
+#include "HXTextAnimate.h"
+
+#include <QCoreApplication>
+#include <QDesktopServices>
+#include <QUrl>
+#include <QGraphicsOpacityEffect>
+#include <QLabel>
+#include <QPropertyAnimation>
+#include <QResizeEvent>
+#include <QScrollArea>
+#include <QScrollBar>
+#include <QSemaphore>
+#include <QThread>
+#include <QTimer>
+
+namespace {
+
+// The live icons, in the worker's order of status getters.
+struct LiveIcon
+{
+    HXTest test;
+    const char *image;
+    const char *caption;
+};
+constexpr LiveIcon kLiveIcons[] = {
+    {HXTest::POST, "postOrange", "POST"},
+    {HXTest::IO, "ioOrange", "Disk I/O"},
+    {HXTest::Battery, "batteryOrange", "Battery"},
+    {HXTest::Memory, "memoryOrange", "Memory"},
+    {HXTest::SMART, "smartOrange", "SMART"},
+    {HXTest::RAID, "raidOrange", "RAID"},
+    {HXTest::VolumeStructures, "volstructsOrange", "Volumes"},
+    {HXTest::PartitionMap, "partitionmapOrange", "Partitions"},
+};
+
+constexpr int kIconStripHeight = 74;
+constexpr int kGroupHeight = 196;
+constexpr int kGap = 14;
+
+bool g_observingWorker = false; // once per process
+
+} // namespace
+
+HXStatusViewController::HXStatusViewController(Options options, QObject *parent)
+    : HXViewController(parent)
+    , m_options(options)
+{
+    setTitle(QStringLiteral("Status View"));
+    if (!m_options.reporter)
+        m_options.reporter = HXStatusReporter::sharedReporter();
+    if (!m_options.localCenter)
+        m_options.localCenter = &HXNotificationCenter::defaultCenter();
+    m_repairAdviceExtraStrings = HXRepairAdvice::repairToolSentences();
+    m_stages.setMaxThreadCount(4);
+    if (m_options.listenerPort != 0) {
+        m_svrcm = std::make_unique<HXStatusViewRemoteControlManager>(m_options.listenerPort, m_options.localCenter);
+        m_svrcm->start();
+    }
+}
+
+HXStatusViewController::HXStatusViewController(QObject *parent)
+    : HXStatusViewController(Options(), parent)
+{
+}
+
+HXStatusViewController::~HXStatusViewController()
+{
+    m_stopping = true;
+    m_stages.waitForDone();
+    for (const auto &[name, token] : m_localTokens)
+        m_options.localCenter->removeObserver(token);
+    if (m_showAllToken)
+        m_options.localCenter->removeObserver(m_showAllToken);
+    if (m_workerToken && m_options.distributedCenter) {
+        m_options.distributedCenter->removeObserver(m_workerToken);
+        g_observingWorker = false;
+    }
+    delete m_root;
+}
+
+HXIconAnimate *HXStatusViewController::icon(HXTest test) const
+{
+    for (size_t i = 0; i < std::size(kLiveIcons); ++i) {
+        if (kLiveIcons[i].test == test)
+            return m_icons[i];
+    }
+    return nullptr;
+}
+
+QList<HXAnimView *> HXStatusViewController::groupViews() const
+{
+    return {m_hardwareView, m_systemView, m_drivesView, m_filesView};
+}
+
+QList<QWidget *> HXStatusViewController::showingBoxExtras() const
+{
+    QList<QWidget *> extras;
+    for (const QPointer<QWidget> &extra : m_showingBoxExtras) {
+        if (extra)
+            extras.append(extra);
+    }
+    return extras;
+}
+
+QWidget *HXStatusViewController::makeView()
+{
+    auto *root = new QWidget;
+    m_root = root;
+    root->setObjectName(QStringLiteral("HXStatusViewControllerView"));
+    root->setMinimumSize(884, kIconStripHeight + 2 * kGroupHeight + 3 * kGap);
+    root->installEventFilter(this);
+
+    m_statusView = new QWidget(root);
+    m_statusView->setObjectName(QStringLiteral("statusView"));
+    for (size_t i = 0; i < std::size(kLiveIcons); ++i) {
+        m_icons[i] = new HXIconAnimate(QString::fromLatin1(kLiveIcons[i].image), m_statusView);
+        m_icons[i]->setToolTip(QCoreApplication::translate("HXStatusViewController", kLiveIcons[i].caption));
+        auto *caption = new QLabel(QCoreApplication::translate("HXStatusViewController", kLiveIcons[i].caption), m_statusView);
+        caption->setObjectName(QStringLiteral("caption"));
+        caption->setAlignment(Qt::AlignCenter);
+        caption->setFont(HXArtwork::technicalFont(9, QFont::Medium));
+        QPalette dim = caption->palette();
+        dim.setColor(QPalette::WindowText, QColor::fromRgbF(1, 1, 1, 0.6));
+        caption->setPalette(dim);
+        caption->setProperty("iconSlot", int(i));
+    }
+    // Two widgets carry the volume-structures status as well; they hold it
+    // for the animations of the live status.
+    m_volumeStructuresText = new HXTextAnimate(m_statusView);
+    m_volumeStructuresText->hide();
+    m_warningText = new HXDescriptionField(m_statusView);
+    m_warningText->hide();
+
+    m_hardwareView = new HXHardwareView(m_statusView);
+    m_systemView = new HXSystemView(m_statusView);
+    m_drivesView = new HXDrivesView(m_statusView);
+    m_filesView = new HXFilesView(m_statusView);
+    connect(m_hardwareView, &QAbstractButton::clicked, this, &HXStatusViewController::showHardwareRepairAdvice);
+    connect(m_systemView, &QAbstractButton::clicked, this, &HXStatusViewController::showSystemRepairAdvice);
+    connect(m_drivesView, &QAbstractButton::clicked, this, &HXStatusViewController::showDrivesRepairAdvice);
+    connect(m_filesView, &QAbstractButton::clicked, this, &HXStatusViewController::showFilesRepairAdvice);
+    for (HXAnimView *group : groupViews())
+        connect(group, &HXAnimView::closeRequested, this, [this] { showAllBoxes(); });
+    // The go-to-log arrows, by group and place.
+    const std::pair<HXAnimView *, QList<HXTest>> logTests[] = {
+        {m_hardwareView, {HXTest::Memory, HXTest::Battery}},
+        {m_systemView, {HXTest::IO, HXTest::POST}},
+        {m_drivesView, {HXTest::VolumeStructures, HXTest::PartitionMap, HXTest::RAID, HXTest::SurfaceScan, HXTest::SMART}},
+        {m_filesView, {HXTest::FileStructures}}};
+    for (const auto &[group, tests] : logTests) {
+        const QList<HXTest> order = tests;
+        connect(group, &HXAnimView::showInLog, this, [this, order](int slot) { showInLog(order.value(slot)); });
+    }
+
+    m_repairAdviceView = new QScrollArea(root);
+    m_repairAdviceView->setObjectName(QStringLiteral("repairAdviceView"));
+    m_repairAdviceView->setFrameShape(QFrame::NoFrame);
+    m_repairAdviceView->setWidgetResizable(false);
+    m_repairAdviceView->viewport()->setAutoFillBackground(false);
+    m_adviceView = new HXShapedTextView;
+    QPalette text = m_adviceView->palette();
+    text.setColor(QPalette::Text, QColor(0xe6, 0xe9, 0xed));
+    m_adviceView->setPalette(text);
+    m_repairAdviceView->setWidget(m_adviceView);
+    connect(m_adviceView, &HXShapedTextView::linkActivated, this, [](const QString &href) {
+        if (!HXRepairAdvice::clickedOnLink(href))
+            QDesktopServices::openUrl(QUrl(href));
+    });
+    setOpacity(m_repairAdviceView, 0.0);
+    m_repairAdviceView->hide();
+    setOpacity(m_statusView, 1.0);
+
+    wire();
+    layoutStatusView();
+    return root;
+}
+
+void HXStatusViewController::wire()
+{
+    // 1. Every change of the report rebuilds.
+    connect(m_options.reporter, &HXStatusReporter::reportChanged, this, &HXStatusViewController::reloadData);
+    // 2. The local notifications.
+    HXNotificationCenter *local = m_options.localCenter;
+    m_localTokens.emplace_back(QStringLiteral("HXDidClearReport"),
+                               local->addObserver(QStringLiteral("HXDidClearReport"), nullptr,
+                                                  [this](const HXNotification &) { reloadData(); }));
+    m_localTokens.emplace_back(QStringLiteral("UpdateTestStatusNotification"),
+                               local->addObserver(QStringLiteral("UpdateTestStatusNotification"), nullptr,
+                                                  [this](const HXNotification &) { updateTestStatus(); }));
+    m_localTokens.emplace_back(QStringLiteral("TestingFinishedStatusNotification"),
+                               local->addObserver(QStringLiteral("TestingFinishedStatusNotification"), nullptr,
+                                                  [this](const HXNotification &) { testingFinishedStatus(); }));
+    // 3. The debug switch, replacing an earlier observation.
+    if (m_showAllToken)
+        local->removeObserver(m_showAllToken);
+    m_showAllToken = local->addObserver(HXDebugShowAllNotificationName, nullptr, [this](const HXNotification &n) {
+        const QVariant given = n.userInfo.value(QStringLiteral("ShowAll"));
+        setShowAll(given.isValid() ? given.toBool() : !m_showAll);
+    });
+    // 4.
+    reloadData();
+    // 6. Once per process: the worker's broadcast.
+    if (m_options.distributedCenter && !g_observingWorker) {
+        g_observingWorker = true;
+        m_workerToken = m_options.distributedCenter->addObserver(
+            OrvexWorkerDaemonTestStatusChangedNotification, QString(),
+            [this](const HXDistributedNotification &) { updateTestStatus(); });
+    }
+    // 7.
+    initializeTestStatus();
+    updateTestStatus();
+}
+
+void HXStatusViewController::layoutStatusView()
+{
+    if (!m_root)
+        return;
+    const int width = m_root->width();
+    const int height = m_root->height();
+    m_statusView->setGeometry(0, m_statusView->y(), width, height);
+    m_repairAdviceView->setGeometry(0, 0, width, height);
+    // The live icons across the top.
+    const int slotWidth = 84;
+    const int left = (width - int(std::size(kLiveIcons)) * slotWidth) / 2;
+    for (size_t i = 0; i < std::size(kLiveIcons); ++i)
+        m_icons[i]->setGeometry(left + int(i) * slotWidth + (slotWidth - 40) / 2, 6, 40, 40);
+    const auto captions = m_statusView->findChildren<QLabel *>(QStringLiteral("caption"));
+    for (QLabel *caption : captions)
+        caption->setGeometry(left + caption->property("iconSlot").toInt() * slotWidth, 48, slotWidth, 18);
+    // The groups in two rows of two.
+    const int columnWidth = (width - 3 * kGap) / 2;
+    const int top = kIconStripHeight;
+    const HXAnimView *open = m_showingBox;
+    const QRect frames[] = {QRect(kGap, top, columnWidth, kGroupHeight),
+                            QRect(2 * kGap + columnWidth, top, columnWidth, kGroupHeight),
+                            QRect(kGap, top + kGroupHeight + kGap, columnWidth, kGroupHeight),
+                            QRect(2 * kGap + columnWidth, top + kGroupHeight + kGap, columnWidth, kGroupHeight)};
+    const QList<HXAnimView *> groups = {m_hardwareView, m_systemView, m_drivesView, m_filesView};
+    for (int i = 0; i < 4; ++i) {
+        if (groups[i] != open)
+            groups[i]->setRealFrame(frames[i]);
+    }
+}
+
+bool HXStatusViewController::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == m_root && event->type() == QEvent::Resize)
+        layoutStatusView();
+    return HXViewController::eventFilter(watched, event);
+}
+
+void HXStatusViewController::setShowAll(bool showAll)
+{
+    m_showAll = showAll;
+    for (HXAnimView *group : groupViews()) {
+        if (group)
+            group->setLogButtonsShownAlways(showAll);
+    }
+    reloadData();
+}
+
+void HXStatusViewController::reloadData()
+{
+    m_board.rebuild(m_options.reporter->report());
+    if (!m_root)
+        return;
+    auto code = [this](HXTest t) { return m_board.testStatus(t); };
+    m_drivesView->setStatusForVolumeStructures(code(HXTest::VolumeStructures), code(HXTest::PartitionMap),
+                                               code(HXTest::RAID), code(HXTest::SurfaceScan), code(HXTest::SMART));
+    m_filesView->setStatusForFileStructures(code(HXTest::FileStructures));
+    m_hardwareView->setStatusForMemory(code(HXTest::Memory), code(HXTest::Battery));
+    m_systemView->setStatusForIO(code(HXTest::IO), code(HXTest::POST));
+}
+
+void HXStatusViewController::initializeTestStatus()
+{
+    if (!m_root)
+        return;
+    const HXMachineProbes &machine = HXMachineProbes::current();
+    for (HXTest t : {HXTest::POST, HXTest::IO, HXTest::Memory, HXTest::VolumeStructures})
+        icon(t)->setStatus(HXLiveTestStatusPending);
+    icon(HXTest::Battery)->setStatus(machine.hasInternalBattery() ? HXLiveTestStatusPending : HXLiveTestStatusNotApplicable);
+    icon(HXTest::SMART)->setStatus(machine.smartExists() ? HXLiveTestStatusPending : HXLiveTestStatusNotApplicable);
+    icon(HXTest::RAID)->setStatus(machine.raidExists() ? HXLiveTestStatusPending : HXLiveTestStatusNotApplicable);
+    icon(HXTest::PartitionMap)
+        ->setStatus(machine.partitionMapIsTestable() ? HXLiveTestStatusPending : HXLiveTestStatusNotApplicable);
+}
+
+void HXStatusViewController::updateTestStatus()
+{
+    const auto worker = HXDaemonInteraction::workerDaemonProxy();
+    if (!worker || !m_root)
+        return;
+    icon(HXTest::POST)->setStatus(worker->postStatus());
+    icon(HXTest::IO)->setStatus(worker->ioStatus());
+    icon(HXTest::Battery)->setStatus(worker->batteryStatus());
+    icon(HXTest::Memory)->setStatus(worker->memoryStatus());
+    icon(HXTest::SMART)->setStatus(worker->smartStatus());
+    icon(HXTest::RAID)->setStatus(worker->raidStatus());
+    icon(HXTest::VolumeStructures)->setStatus(worker->volStructsStatus());
+    m_volumeStructuresText->setStatus(worker->volStructsStatus());
+    m_warningText->setStatus(worker->volStructsStatus());
+    icon(HXTest::PartitionMap)->setStatus(worker->partitionMapStatus());
+}
+
+void HXStatusViewController::testingFinishedStatus()
+{
+    if (m_testingFinished)
+        m_testingFinished();
+}
+
+void HXStatusViewController::startPolling()
+{
+    if (m_pollTimer)
+        return;
+    m_pollTimer = new QTimer(this);
+    // The interval as a single-precision 0.1 s.
+    m_pollTimer->setInterval(int(std::lround(double(0.1f) * 1000.0)));
+    connect(m_pollTimer, &QTimer::timeout, this, &HXStatusViewController::updateTestStatus);
+    m_pollTimer->start();
+}
+
+void HXStatusViewController::stopPolling()
+{
+    delete m_pollTimer;
+    m_pollTimer = nullptr;
+}
+
+void HXStatusViewController::gotoLog(qint64 index)
+{
+    m_options.localCenter->post(HXShowLogViewNotificationName, this,
+                                {{QStringLiteral("ScrollToTop"), true}, {QStringLiteral("ResultIndex"), index}});
+}
+
+void HXStatusViewController::showInLog(HXTest test)
+{
+    if (test == HXTest::PartitionMap)
+        return; // it has no log action
+    gotoLog(m_board.resultIndex(test));
+}
+
+void HXStatusViewController::individualStatusButtonClicked(qint64 tag)
+{
+    m_options.localCenter->post(HXShowLogViewNotificationName, this,
+                                {{QStringLiteral("ScrollToTop"), false}, {QStringLiteral("ResultIndex"), tag}});
+}
+
+// --- tab transitions ---------------------------------------------------------
+
+void HXStatusViewController::slideStatusView(int y, int milliseconds)
+{
+    auto *slide = new QPropertyAnimation(m_statusView, "pos", m_statusView);
+    slide->setDuration(HXAnimationTiming::milliseconds(milliseconds));
+    slide->setEasingCurve(QEasingCurve::OutQuad);
+    slide->setEndValue(QPoint(0, y));
+    slide->start(QAbstractAnimation::DeleteWhenStopped);
+}
+
+bool HXStatusViewController::isOnScreen() const
+{
+    return !m_statusView || m_statusView->y() == 0;
+}
+
+bool HXStatusViewController::statusViewIsTransparent() const
+{
+    return m_statusView && opacity(m_statusView) == 0.0;
+}
+
+void HXStatusViewController::viewWillAppearHX()
+{
+    view();
+    for (HXAnimView *group : groupViews())
+        group->viewWillAppear();
+    // One panel height down, out of sight, to rise into place.
+    m_statusView->move(0, m_statusView->height());
+}
+
+void HXStatusViewController::viewDidAppearHX()
+{
+    view();
+    runStages({{[this] { slideStatusView(0, 125); }, 125, false},
+               {[this] {
+                    for (HXAnimView *group : groupViews())
+                        group->viewDidAppear();
+                }}});
+    updateTestStatus();
+}
+
+long long HXStatusViewController::viewWillDisappearHX()
+{
+    view();
+    const auto slideOut = [this] { slideStatusView(m_statusView->height(), 125); };
+    const auto groupsLeave = [this] {
+        for (HXAnimView *group : groupViews())
+            group->viewWillDisappear();
+    };
+    if (statusViewIsTransparent()) {
+        runStages({{[this] {
+                        cancelAnimation = true;
+                        showAllBoxes();
+                    },
+                    1500},
+                   {[this] { cancelAnimation = false; }, 0},
+                   {groupsLeave, 250},
+                   {slideOut}});
+        return HXAnimationTiming::microseconds(2000000);
+    }
+    runStages({{groupsLeave, 250}, {slideOut}});
+    return HXAnimationTiming::microseconds(500000);
+}
+
+void HXStatusViewController::viewDidDisappearHX()
+{
+    for (HXAnimView *group : groupViews())
+        group->viewDidDisappear();
+}
+
+void HXStatusViewController::showAllBoxes(bool animated)
+{
+    Q_UNUSED(animated);
+    showAllBoxes();
+}
+
+// --- staged animations -------------------------------------------------------
+
+void HXStatusViewController::runStages(std::vector<Stage> stages)
+{
+    ++m_boxStages;
+    QPointer<QObject> context(&m_mainThreadContext);
+    m_stages.start([this, stages = std::move(stages), context] {
+        // Each step runs on the main thread while this thread waits for it;
+        // the waits between steps run here. A controller going away stops it.
+        auto onMain = [this, context](const std::function<void()> &step) {
+            auto done = std::make_shared<QSemaphore>(0);
+            QMetaObject::invokeMethod(&m_mainThreadContext, [step, done] {
+                step();
+                done->release();
+            }, Qt::QueuedConnection);
+            while (!done->tryAcquire(1, 20)) {
+                if (m_stopping)
+                    return false;
+            }
+            return true;
+        };
+        for (const Stage &stage : stages) {
+            if (m_stopping || !onMain(stage.step))
+                break;
+            qint64 left = HXAnimationTiming::milliseconds(stage.waitAfterMs);
+            if (stage.waitAfterMs == 0)
+                left = 0;
+            while (left > 0 && !m_stopping) {
+                QThread::msleep(static_cast<unsigned long>(std::min<qint64>(left, 20)));
+                left -= 20;
+            }
+            if (stage.checkCancel && cancelAnimation.exchange(false))
+                break;
+        }
+        --m_boxStages;
+    });
+}
+
+void HXStatusViewController::setOpacity(QWidget *widget, double value, int animatedMs)
+{
+    auto *effect = qobject_cast<QGraphicsOpacityEffect *>(widget->graphicsEffect());
+    if (!effect) {
+        effect = new QGraphicsOpacityEffect(widget);
+        effect->setOpacity(1.0);
+        widget->setGraphicsEffect(effect);
+    }
+    if (animatedMs <= 0) {
+        effect->setOpacity(value);
+        return;
+    }
+    auto *fade = new QPropertyAnimation(effect, "opacity", widget);
+    fade->setDuration(HXAnimationTiming::milliseconds(animatedMs));
+    fade->setEndValue(value);
+    fade->start(QAbstractAnimation::DeleteWhenStopped);
+}
+
+double HXStatusViewController::opacity(QWidget *widget) const
+{
+    const auto *effect = qobject_cast<QGraphicsOpacityEffect *>(widget->graphicsEffect());
+    return effect ? effect->opacity() : 1.0;
+}

@@ -1,0 +1,155 @@
+#pragma once
+
+#include "HXGroupViews.h"
+#include "HXStatusBoard.h"
+#include "HXViewController.h"
+
+#include <QPointer>
+#include <QThreadPool>
+
+#include <array>
+#include <atomic>
+#include <functional>
+#include <memory>
+
+class HXDBusNotificationCenter;
+class HXIconAnimate;
+class HXDescriptionField;
+class HXNotificationCenter;
+class HXShapedTextView;
+class HXStatusReporter;
+class HXStatusViewRemoteControlManager;
+class HXTextAnimate;
+class QScrollArea;
+class QTimer;
+
+inline const QString HXShowLogViewNotificationName = QStringLiteral("ShowLogViewNotification");
+inline const QString HXDebugShowAllNotificationName = QStringLiteral("DEBUG_SHOW_ALL_NOTIFICATION");
+
+// The status tab: the worker's live test status on eight icons, the report's
+// outcome in four groups, and a group's result box with its repair advice
+// flowing around it.
+class HXStatusViewController : public HXViewController
+{
+    Q_OBJECT
+
+public:
+    struct Options
+    {
+        HXStatusReporter *reporter = nullptr;             // the shared reporter when none
+        HXNotificationCenter *localCenter = nullptr;      // the default centre when none
+        HXDBusNotificationCenter *distributedCenter = nullptr; // none: only the command listener
+        quint16 listenerPort = 6333;                      // 0: no command listener
+    };
+
+    explicit HXStatusViewController(Options options, QObject *parent = nullptr);
+    explicit HXStatusViewController(QObject *parent = nullptr);
+    ~HXStatusViewController() override;
+
+    const HXStatusBoard &board() const { return m_board; }
+    qint64 resultIndex(HXTest test) const { return m_board.resultIndex(test); }
+    QStringList repairAdviceExtraStrings() const { return m_repairAdviceExtraStrings; }
+    bool showAll() const { return m_showAll; }
+    void setShowAll(bool showAll);
+
+    HXHardwareView *hardwareView() const { return m_hardwareView; }
+    HXSystemView *systemView() const { return m_systemView; }
+    HXDrivesView *drivesView() const { return m_drivesView; }
+    HXFilesView *filesView() const { return m_filesView; }
+    // The live icon of a test; none for surface scan and file structures.
+    HXIconAnimate *icon(HXTest test) const;
+    QWidget *statusView() const { return m_statusView; }
+    QScrollArea *repairAdviceView() const { return m_repairAdviceView; }
+    HXShapedTextView *adviceView() const { return m_adviceView; }
+    HXAnimView *showingBox() const { return m_showingBox; }
+    QList<QWidget *> showingBoxExtras() const;
+    bool isAnimatingBox() const { return m_boxStages > 0; }
+    std::atomic<bool> cancelAnimation{false};
+
+    // How the main window finishes testing; the app sets it.
+    void setTestingFinishedHandler(std::function<void()> handler) { m_testingFinished = std::move(handler); }
+
+    void reloadData();
+    void initializeTestStatus();
+    void updateTestStatus();
+    void testingFinishedStatus();
+    void startPolling();
+    void stopPolling();
+    bool isPolling() const { return m_pollTimer != nullptr; }
+
+    void gotoLog(qint64 index);
+    void showInLog(HXTest test);
+    void individualStatusButtonClicked(qint64 tag);
+
+    void showHardwareRepairAdvice();
+    void showSystemRepairAdvice();
+    void showDrivesRepairAdvice();
+    void showFilesRepairAdvice();
+    // The advice of one test, in a box without a group view.
+    void showTestRepairAdvice(HXTest test);
+    // Opens the box of `view` (or closes the open one).
+    void showView(HXAnimView *view, const QString &advice, const QList<HXResultEntry> &results);
+    void showAllBoxes();
+
+    // HXViewController
+    long long viewWillDisappearHX() override;
+    void viewWillAppearHX() override;
+    void viewDidDisappearHX() override;
+    void viewDidAppearHX() override;
+    bool isOnScreen() const override;
+    bool isStatusViewController() const override { return true; }
+    bool statusViewIsTransparent() const override;
+    void showAllBoxes(bool animated) override;
+
+protected:
+    QWidget *makeView() override;
+
+private:
+    struct Stage
+    {
+        std::function<void()> step; // on the main thread
+        int waitAfterMs = 0;
+        bool checkCancel = false;
+    };
+    void runStages(std::vector<Stage> stages);
+    void wire();
+    void layoutStatusView();
+    QList<HXAnimView *> groupViews() const;
+    void setOpacity(QWidget *widget, double opacity, int animatedMs = 0);
+    double opacity(QWidget *widget) const;
+    void slideStatusView(int y, int milliseconds);
+    QFont adviceFont() const;
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
+    Options m_options;
+    HXStatusBoard m_board;
+    QStringList m_repairAdviceExtraStrings;
+    std::unique_ptr<HXStatusViewRemoteControlManager> m_svrcm;
+    bool m_showAll = false;
+    std::function<void()> m_testingFinished;
+    std::vector<std::pair<QString, quint64>> m_localTokens;
+    quint64 m_showAllToken = 0;
+    quint64 m_workerToken = 0;
+
+    QPointer<QWidget> m_root;
+    QWidget *m_statusView = nullptr;
+    HXHardwareView *m_hardwareView = nullptr;
+    HXSystemView *m_systemView = nullptr;
+    HXDrivesView *m_drivesView = nullptr;
+    HXFilesView *m_filesView = nullptr;
+    std::array<HXIconAnimate *, 8> m_icons{};
+    HXTextAnimate *m_volumeStructuresText = nullptr;
+    HXDescriptionField *m_warningText = nullptr;
+    QScrollArea *m_repairAdviceView = nullptr;
+    HXShapedTextView *m_adviceView = nullptr;
+
+    QPointer<HXAnimView> m_showingBox;
+    QList<QPointer<QWidget>> m_showingBoxExtras;
+    QRect m_previousBoxFrame;
+    QTimer *m_pollTimer = nullptr;
+
+    QThreadPool m_stages;
+    std::atomic<bool> m_stopping{false};
+    std::atomic<int> m_boxStages{0};
+    QObject m_mainThreadContext;
+};
