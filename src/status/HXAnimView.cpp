@@ -94,9 +94,7 @@ HXAnimView::HXAnimView(const QString &title, const QString &iconName, QWidget *p
     m_iconView->setPixmap(HXArtwork::pixmap(iconName, QSize(kIconSize, kIconSize), devicePixelRatioF()));
     m_iconView->setFixedSize(kIconSize, kIconSize);
     m_titleField->setFont(HXArtwork::displayFont(22));
-    QPalette light = m_titleField->palette();
-    light.setColor(QPalette::WindowText, QColor(0xf2, 0xf4, 0xf6));
-    m_titleField->setPalette(light);
+    m_titleField->setStyleSheet(QStringLiteral("color: #f2f4f6;"));
     m_statusField->setRealFont(HXArtwork::technicalFont(22, QFont::Bold));
     m_statusField->setRealString(QCoreApplication::translate("HXAnimView", "PENDING..."));
     m_statusField->resetOn();
@@ -128,9 +126,7 @@ QLabel *HXAnimView::addTest(const QString &name, bool hasLogButton)
     bullet->setFont(bulletFont);
     auto *field = new QLabel(name, this);
     field->setFont(subFieldFont());
-    QPalette light = field->palette();
-    light.setColor(QPalette::WindowText, QColor(0xd8, 0xdd, 0xe2));
-    field->setPalette(light);
+    field->setStyleSheet(QStringLiteral("color: #d8dde2;"));
     m_subFields << bullet << field;
     QPushButton *log = nullptr;
     if (hasLogButton) {
@@ -246,7 +242,7 @@ void HXAnimView::layoutFields()
     m_closeButton->move(width() - m_closeButton->width() - 10, 10);
     // Tests in two columns under the header.
     const int top = kMargin + kIconSize + 20;
-    const int columnWidth = (width() - 2 * kMargin) / 2;
+    const int columnWidth = (width() - 2 * kMargin) * 11 / 20;
     for (qsizetype pair = 0; pair * 2 + 1 < m_subFields.size(); ++pair) {
         const int column = int(pair) / 3;
         const int row = int(pair) % 3;
@@ -260,9 +256,24 @@ void HXAnimView::layoutFields()
     }
 }
 
+void HXAnimView::setPanelOpacity(double opacity)
+{
+    m_panelOpacity = opacity;
+    update();
+}
+
+void HXAnimView::fadePanel(double to)
+{
+    auto *fade = new QPropertyAnimation(this, "panelOpacity", this);
+    fade->setDuration(HXAnimationTiming::milliseconds(250));
+    fade->setEndValue(to);
+    fade->start(QAbstractAnimation::DeleteWhenStopped);
+}
+
 void HXAnimView::paintEvent(QPaintEvent *)
 {
     QPainter p(this);
+    p.setOpacity(m_panelOpacity);
     p.setRenderHint(QPainter::Antialiasing);
     const QRectF panel = QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5);
     QLinearGradient face(0, 0, 0, height());
@@ -335,6 +346,7 @@ void HXAnimView::viewDidAppear()
 long long HXAnimView::viewWillDisappear()
 {
     move(m_realFrame.topLeft());
+    setPanelOpacity(1.0);
     for (QWidget *part : fadingParts())
         opacityOf(part)->setOpacity(1.0);
     m_statusField->resetOn();
@@ -350,12 +362,14 @@ void HXAnimView::fadeOut()
 {
     for (QWidget *part : fadingParts())
         fadeTo(part, 0.0, 250);
+    fadePanel(0.0);
 }
 
 void HXAnimView::fadeIn()
 {
     for (QWidget *part : fadingParts())
         fadeTo(part, 1.0, 250);
+    fadePanel(1.0);
 }
 
 void HXAnimView::activate()

@@ -17,6 +17,8 @@ class QPushButton;
 class HXAnimView : public QAbstractButton
 {
     Q_OBJECT
+    // The panel behind the fields fades with them, by painting.
+    Q_PROPERTY(double panelOpacity READ panelOpacity WRITE setPanelOpacity)
 
 public:
     // 0 no result, 1 passed, 2 warning, 3 error, 4 not applicable.
@@ -46,6 +48,9 @@ public:
     void deactivate();
     void bind() {}
     void unbind() {}
+
+    double panelOpacity() const { return m_panelOpacity; }
+    void setPanelOpacity(double opacity);
 
     QSize sizeHint() const override { return {420, 196}; }
 
@@ -91,5 +96,7 @@ private:
     std::vector<std::pair<QLabel *, std::function<void()>>> m_clickable;
     QList<QPushButton *> m_logButtons; // null where a test has none
     bool m_showAll = false;
+    double m_panelOpacity = 1.0;
+    void fadePanel(double to);
     void updateLogButtons();
 };

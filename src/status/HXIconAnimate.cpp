@@ -3,7 +3,6 @@
 #include "HXAnimationTiming.h"
 #include "HXArtwork.h"
 
-#include <QGraphicsOpacityEffect>
 #include <QPainter>
 #include <QPropertyAnimation>
 
@@ -11,10 +10,19 @@ HXIconAnimate::HXIconAnimate(const QString &imageName, QWidget *parent)
     : QWidget(parent)
     , m_imageName(imageName)
     , m_shown(imageName)
-    , m_opacity(new QGraphicsOpacityEffect(this))
 {
-    m_opacity->setOpacity(1.0);
-    setGraphicsEffect(m_opacity);
+}
+
+void HXIconAnimate::setOpacity(double opacity)
+{
+    m_opacity = opacity;
+    update();
+}
+
+void HXIconAnimate::setFade(double fade)
+{
+    m_fade = fade;
+    update();
 }
 
 void HXIconAnimate::setStatus(qint32 status)
@@ -56,16 +64,11 @@ bool HXIconAnimate::isPulsing() const
     return m_pulse != nullptr;
 }
 
-double HXIconAnimate::opacity() const
-{
-    return m_opacity->opacity();
-}
-
 void HXIconAnimate::startPulse()
 {
     if (m_pulse)
         return; // one pulse, however often the status says running
-    m_pulse = new QPropertyAnimation(m_opacity, "opacity", this);
+    m_pulse = new QPropertyAnimation(this, "opacity", this);
     // From 0.1 to 1.0 in half a second and back, without end.
     const int half = HXAnimationTiming::milliseconds(500);
     m_pulse->setDuration(2 * half);
@@ -85,7 +88,7 @@ void HXIconAnimate::stopPulse()
     m_pulse->stop();
     delete m_pulse;
     m_pulse = nullptr;
-    m_opacity->setOpacity(1.0);
+    setOpacity(1.0);
     m_animationComplete = true;
 }
 
@@ -94,5 +97,6 @@ void HXIconAnimate::paintEvent(QPaintEvent *)
     const int side = std::min(width(), height());
     const QRect square((width() - side) / 2, (height() - side) / 2, side, side);
     QPainter p(this);
+    p.setOpacity(m_opacity * m_fade);
     p.drawPixmap(square, HXArtwork::pixmap(m_shown, square.size(), devicePixelRatioF()));
 }

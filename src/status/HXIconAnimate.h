@@ -2,7 +2,6 @@
 
 #include <QWidget>
 
-class QGraphicsOpacityEffect;
 class QPropertyAnimation;
 
 // A live test icon. Its image name, as given, names the pending (orange)
@@ -12,6 +11,8 @@ class QPropertyAnimation;
 class HXIconAnimate : public QWidget
 {
     Q_OBJECT
+    Q_PROPERTY(double opacity READ opacity WRITE setOpacity)
+    Q_PROPERTY(double fade READ fade WRITE setFade)
 
 public:
     explicit HXIconAnimate(const QString &imageName, QWidget *parent = nullptr);
@@ -22,7 +23,11 @@ public:
     // The image shown now.
     QString shownImageName() const { return m_shown; }
     bool isPulsing() const;
-    double opacity() const;
+    double opacity() const { return m_opacity; }
+    void setOpacity(double opacity);
+    // A second factor, for fading the icon with its panel.
+    double fade() const { return m_fade; }
+    void setFade(double fade);
     bool animationComplete() const { return m_animationComplete; }
 
     QSize sizeHint() const override { return {48, 48}; }
@@ -39,6 +44,7 @@ private:
     QString m_imageName;
     QString m_shown;
     bool m_animationComplete = true;
-    QGraphicsOpacityEffect *m_opacity;
+    double m_opacity = 1.0;
+    double m_fade = 1.0;
     QPropertyAnimation *m_pulse = nullptr;
 };

@@ -111,9 +111,16 @@ QString HXShapedTextView::linkAt(const QPointF &point) const
     return {};
 }
 
+void HXShapedTextView::setTextOpacity(double opacity)
+{
+    m_textOpacity = opacity;
+    update();
+}
+
 void HXShapedTextView::paintEvent(QPaintEvent *)
 {
     QPainter p(this);
+    p.setOpacity(m_textOpacity);
     p.setPen(palette().color(QPalette::Text));
     for (const auto &layout : m_layouts)
         layout->draw(&p, QPointF(kInset, kInset));

@@ -16,6 +16,8 @@
 class HXShapedTextView : public QWidget
 {
     Q_OBJECT
+    // The text fades by painting, so that the box inside keeps its own look.
+    Q_PROPERTY(double textOpacity READ textOpacity WRITE setTextOpacity)
 
 public:
     static constexpr qreal kContainerWidth = 580;
@@ -40,6 +42,9 @@ public:
     // The link under a point, or empty.
     QString linkAt(const QPointF &point) const;
 
+    double textOpacity() const { return m_textOpacity; }
+    void setTextOpacity(double opacity);
+
     QSize sizeHint() const override;
 
 Q_SIGNALS:
@@ -58,5 +63,6 @@ private:
     std::vector<int> m_blockPositions;
     QRectF m_exclusion;
     qreal m_height = 0;
+    double m_textOpacity = 1.0;
     bool m_japanese;
 };

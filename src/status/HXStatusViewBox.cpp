@@ -111,10 +111,10 @@ void HXStatusViewController::showView(HXAnimView *view, const QString &advice, c
     HXRepairAdvice::linkifyTaggedString(document.get(), adviceFont(), HXRepairAdvice::ombrelProExists());
     m_adviceView->setExclusionRect(target);
     m_adviceView->setDocument(std::move(document));
+    m_adviceView->setMinimumWidth(m_repairAdviceView->viewport()->width());
     m_adviceView->move(0, 0);
-    setOpacity(m_adviceView, 0.0);
+    fadeAdvice(0.0, 0);
     m_adviceView->show();
-    setOpacity(m_repairAdviceView, 1.0);
     m_repairAdviceView->show();
     m_repairAdviceView->raise();
     m_repairAdviceView->verticalScrollBar()->setValue(0);
@@ -134,7 +134,7 @@ void HXStatusViewController::showView(HXAnimView *view, const QString &advice, c
 
     QPointer<HXAnimView> box(view);
     runStages({{[this, box] {
-                    setOpacity(m_statusView, 0.0, 250);
+                    fadeStatusView(0.0, 250);
                     for (HXAnimView *group : groupViews()) {
                         if (group != box)
                             group->fadeOut();
@@ -153,7 +153,7 @@ void HXStatusViewController::showView(HXAnimView *view, const QString &advice, c
                 500, true},
                {[this, box] {
                     m_adviceView->setFocus();
-                    setOpacity(m_adviceView, 1.0, 250);
+                    fadeAdvice(1.0, 250);
                     for (QWidget *extra : showingBoxExtras())
                         setOpacity(extra, 1.0, 250);
                     if (box) {
@@ -178,7 +178,7 @@ void HXStatusViewController::showAllBoxes()
     m_showingBox = nullptr;
     m_showingBoxExtras.clear();
     runStages({{[this, box] {
-                    setOpacity(m_adviceView, 0.0, 250);
+                    fadeAdvice(0.0, 250);
                     for (QWidget *extra : showingBoxExtras())
                         setOpacity(extra, 0.0, 250);
                     if (box)
@@ -196,7 +196,7 @@ void HXStatusViewController::showAllBoxes()
                 },
                 500},
                {[this, box] {
-                    setOpacity(m_statusView, 1.0, 250);
+                    fadeStatusView(1.0, 250);
                     for (HXAnimView *group : groupViews()) {
                         if (group != box)
                             group->fadeIn();
@@ -214,9 +214,8 @@ void HXStatusViewController::showAllBoxes()
                     }
                     for (QWidget *extra : showingBoxExtras())
                         extra->deleteLater();
-                    setOpacity(m_repairAdviceView, 0.0);
                     m_repairAdviceView->hide();
-                    setOpacity(m_adviceView, 0.0);
+                    fadeAdvice(0.0, 0);
                     m_adviceView->hide();
                     for (HXAnimView *group : groupViews())
                         group->setEnabled(true);

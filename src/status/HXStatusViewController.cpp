@@ -172,6 +172,12 @@ QWidget *HXStatusViewController::makeView()
     m_repairAdviceView->setFrameShape(QFrame::NoFrame);
     m_repairAdviceView->setWidgetResizable(false);
     m_repairAdviceView->viewport()->setAutoFillBackground(false);
+    m_repairAdviceView->setStyleSheet(QStringLiteral(
+        "QScrollArea, QScrollArea > QWidget > QWidget { background: transparent; }"
+        "QScrollBar:vertical { background: transparent; width: 10px; margin: 4px 2px; }"
+        "QScrollBar::handle:vertical { background: rgba(255,255,255,70); border-radius: 3px; min-height: 30px; }"
+        "QScrollBar::add-line:vertical, QScrollBar::sub-line:vertical { height: 0; }"
+        "QScrollBar::add-page:vertical, QScrollBar::sub-page:vertical { background: transparent; }"));
     m_adviceView = new HXShapedTextView;
     QPalette text = m_adviceView->palette();
     text.setColor(QPalette::Text, QColor(0xe6, 0xe9, 0xed));
@@ -181,9 +187,7 @@ QWidget *HXStatusViewController::makeView()
         if (!HXRepairAdvice::clickedOnLink(href))
             QDesktopServices::openUrl(QUrl(href));
     });
-    setOpacity(m_repairAdviceView, 0.0);
     m_repairAdviceView->hide();
-    setOpacity(m_statusView, 1.0);
 
     wire();
     layoutStatusView();
@@ -378,7 +382,33 @@ bool HXStatusViewController::isOnScreen() const
 
 bool HXStatusViewController::statusViewIsTransparent() const
 {
-    return m_statusView && opacity(m_statusView) == 0.0;
+    return m_statusView && m_statusViewOpacity == 0.0;
+}
+
+void HXStatusViewController::fadeAdvice(double to, int milliseconds)
+{
+    if (milliseconds <= 0) {
+        m_adviceView->setTextOpacity(to);
+        return;
+    }
+    auto *fade = new QPropertyAnimation(m_adviceView, "textOpacity", m_adviceView);
+    fade->setDuration(HXAnimationTiming::milliseconds(milliseconds));
+    fade->setEndValue(to);
+    fade->start(QAbstractAnimation::DeleteWhenStopped);
+}
+
+void HXStatusViewController::fadeStatusView(double to, int milliseconds)
+{
+    m_statusViewOpacity = to;
+    for (HXIconAnimate *icon : m_icons) {
+        auto *fade = new QPropertyAnimation(icon, "fade", icon);
+        fade->setDuration(HXAnimationTiming::milliseconds(milliseconds));
+        fade->setEndValue(to);
+        fade->start(QAbstractAnimation::DeleteWhenStopped);
+    }
+    const auto captions = m_statusView->findChildren<QLabel *>(QStringLiteral("caption"));
+    for (QLabel *caption : captions)
+        setOpacity(caption, to, milliseconds);
 }
 
 void HXStatusViewController::viewWillAppearHX()

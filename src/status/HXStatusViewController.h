@@ -118,6 +118,10 @@ private:
     void setOpacity(QWidget *widget, double opacity, int animatedMs = 0);
     double opacity(QWidget *widget) const;
     void slideStatusView(int y, int milliseconds);
+    // The panel's own fade: its icons and captions (the groups fade
+    // themselves), so that no graphics effects nest.
+    void fadeStatusView(double to, int milliseconds);
+    void fadeAdvice(double to, int milliseconds);
     QFont adviceFont() const;
     bool eventFilter(QObject *watched, QEvent *event) override;
 
@@ -143,6 +147,7 @@ private:
     QScrollArea *m_repairAdviceView = nullptr;
     HXShapedTextView *m_adviceView = nullptr;
 
+    double m_statusViewOpacity = 1.0;
     QPointer<HXAnimView> m_showingBox;
     QList<QPointer<QWidget>> m_showingBoxExtras;
     QRect m_previousBoxFrame;
