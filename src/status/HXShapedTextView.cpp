@@ -51,7 +51,7 @@ void HXShapedTextView::relayout()
             auto layout = std::make_unique<QTextLayout>(block.text(), m_document->defaultFont());
             layout->setFormats(block.textFormats());
             QTextOption option;
-            option.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
+            option.setWrapMode(QTextOption::WordWrap);
             layout->setTextOption(option);
             layout->beginLayout();
             while (true) {
