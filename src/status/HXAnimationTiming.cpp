@@ -18,13 +18,13 @@ void HXAnimationTiming::setScale(double scale)
     g_scale.store(std::max(scale, 0.0));
 }
 
-int HXAnimationTiming::milliseconds(double designMilliseconds)
+int HXAnimationTiming::milliseconds(double nominalMilliseconds)
 {
     // Qt's animations need at least a millisecond to run at all.
-    return std::max(1, int(std::lround(designMilliseconds * scale())));
+    return std::max(1, int(std::lround(nominalMilliseconds * scale())));
 }
 
-long long HXAnimationTiming::microseconds(long long designMicroseconds)
+long long HXAnimationTiming::microseconds(long long nominalMicroseconds)
 {
-    return std::llround(double(designMicroseconds) * scale());
+    return std::llround(double(nominalMicroseconds) * scale());
 }

@@ -8,7 +8,7 @@ class HXAnimationTiming
 public:
     static double scale();
     static void setScale(double scale);
-    // A duration of the design, in milliseconds, as it runs now.
-    static int milliseconds(double designMilliseconds);
-    static long long microseconds(long long designMicroseconds);
+    // A nominal duration, in milliseconds, as it runs now.
+    static int milliseconds(double nominalMilliseconds);
+    static long long microseconds(long long nominalMicroseconds);
 };
