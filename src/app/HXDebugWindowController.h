@@ -1,5 +1,7 @@
 #pragma once
 
+#include "HXConstants.h"
+
 #include <QWidget>
 
 class HXDebugController;
@@ -26,5 +28,3 @@ private:
     QLabel *m_workerLabel;
     QLabel *m_failuresLabel;
 };
-
-inline const QString HXDebugShowAllNotification = QStringLiteral("DEBUG_SHOW_ALL_NOTIFICATION");

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "HXConstants.h"
 #include "HXDBusNotificationCenter.h"
 #include "HXNotificationCenter.h"
 
@@ -23,8 +24,6 @@ inline const QString HXTabViewAboutTabIdentifier = QStringLiteral("HXAboutView")
 inline const QString HXAgentRequestTabViewChangeNotification = QStringLiteral("HXAgentRequestTabViewChangeNotification");
 inline const QString HXOrvexAppMainWindowTabIDKey = QStringLiteral("HXMainWindowTabIdentifier");
 inline const QString HXOrvexLaunchCount = QStringLiteral("HXOrvexLaunchCount");
-inline const QString HXShowLogViewNotification = QStringLiteral("ShowLogViewNotification");
-inline const QString HXUpdateTestStatusNotification = QStringLiteral("UpdateTestStatusNotification");
 inline const QString HXScrollLogViewToTopNotification = QStringLiteral("ScrollLogViewToTopNotification");
 inline const QString HXShowResultNotification = QStringLiteral("ShowResultNotification");
 

@@ -1,5 +1,6 @@
 #include "HXStatusViewRemoteControlManager.h"
 
+#include "HXConstants.h"
 #include "HXNotificationCenter.h"
 
 HXStatusViewRemoteControlManager::HXStatusViewRemoteControlManager(quint16 port,
@@ -25,8 +26,8 @@ HXStatusViewRemoteController::HXStatusViewRemoteController(std::shared_ptr<GCDAs
 void HXStatusViewRemoteController::processParams(const QVariant &params)
 {
     static const std::pair<QString, QString> commands[] = {
-        {QStringLiteral("updateTestStatus"), QStringLiteral("UpdateTestStatusNotification")},
-        {QStringLiteral("testingFinished"), QStringLiteral("TestingFinishedStatusNotification")},
+        {QStringLiteral("updateTestStatus"), HXUpdateTestStatusNotification},
+        {QStringLiteral("testingFinished"), HXTestingFinishedStatusNotification},
         {QStringLiteral("testingStartupVolume"), QStringLiteral("TestingStartupVolumeNotification")},
         {QStringLiteral("finishedTestingStartupVolume"),
          QStringLiteral("FinishedTestingStartupVolumeNotification")},

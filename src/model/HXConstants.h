@@ -73,6 +73,12 @@ inline const QString HXDTestFoundErrorInfoBSDNameKey = QStringLiteral("bsdName")
 inline const QString HXDTestFoundErrorInfoDescriptionKey = QStringLiteral("description");
 inline const QString HXDTestFoundErrorInfoUUIDKey = QStringLiteral("UUID");
 
+// Local notifications between the views and the window.
+inline const QString HXShowLogViewNotification = QStringLiteral("ShowLogViewNotification");
+inline const QString HXUpdateTestStatusNotification = QStringLiteral("UpdateTestStatusNotification");
+inline const QString HXTestingFinishedStatusNotification = QStringLiteral("TestingFinishedStatusNotification");
+inline const QString HXDebugShowAllNotification = QStringLiteral("DEBUG_SHOW_ALL_NOTIFICATION");
+
 // The worker's broadcast that a live test status changed (no user info).
 inline const QString OrvexWorkerDaemonTestStatusChangedNotification =
     QStringLiteral("OrvexWorkerDaemonTestStatusChangedNotification");

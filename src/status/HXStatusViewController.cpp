@@ -82,7 +82,7 @@ HXStatusViewController::~HXStatusViewController()
 {
     m_stopping = true;
     m_stages.waitForDone();
-    for (const auto &[name, token] : m_localTokens)
+    for (const quint64 token : m_localTokens)
         m_options.localCenter->removeObserver(token);
     if (m_showAllToken)
         m_options.localCenter->removeObserver(m_showAllToken);
@@ -200,19 +200,16 @@ void HXStatusViewController::wire()
     connect(m_options.reporter, &HXStatusReporter::reportChanged, this, &HXStatusViewController::reloadData);
     // 2. The local notifications.
     HXNotificationCenter *local = m_options.localCenter;
-    m_localTokens.emplace_back(QStringLiteral("HXDidClearReport"),
-                               local->addObserver(QStringLiteral("HXDidClearReport"), nullptr,
+    m_localTokens.push_back(local->addObserver(QStringLiteral("HXDidClearReport"), nullptr,
                                                   [this](const HXNotification &) { reloadData(); }));
-    m_localTokens.emplace_back(QStringLiteral("UpdateTestStatusNotification"),
-                               local->addObserver(QStringLiteral("UpdateTestStatusNotification"), nullptr,
+    m_localTokens.push_back(local->addObserver(HXUpdateTestStatusNotification, nullptr,
                                                   [this](const HXNotification &) { updateTestStatus(); }));
-    m_localTokens.emplace_back(QStringLiteral("TestingFinishedStatusNotification"),
-                               local->addObserver(QStringLiteral("TestingFinishedStatusNotification"), nullptr,
+    m_localTokens.push_back(local->addObserver(HXTestingFinishedStatusNotification, nullptr,
                                                   [this](const HXNotification &) { testingFinishedStatus(); }));
     // 3. The debug switch, replacing an earlier observation.
     if (m_showAllToken)
         local->removeObserver(m_showAllToken);
-    m_showAllToken = local->addObserver(HXDebugShowAllNotificationName, nullptr, [this](const HXNotification &n) {
+    m_showAllToken = local->addObserver(HXDebugShowAllNotification, nullptr, [this](const HXNotification &n) {
         const QVariant given = n.userInfo.value(QStringLiteral("ShowAll"));
         setShowAll(given.isValid() ? given.toBool() : !m_showAll);
     });
@@ -347,7 +344,7 @@ void HXStatusViewController::stopPolling()
 
 void HXStatusViewController::gotoLog(qint64 index)
 {
-    m_options.localCenter->post(HXShowLogViewNotificationName, this,
+    m_options.localCenter->post(HXShowLogViewNotification, this,
                                 {{QStringLiteral("ScrollToTop"), true}, {QStringLiteral("ResultIndex"), index}});
 }
 
@@ -360,7 +357,7 @@ void HXStatusViewController::showInLog(HXTest test)
 
 void HXStatusViewController::individualStatusButtonClicked(qint64 tag)
 {
-    m_options.localCenter->post(HXShowLogViewNotificationName, this,
+    m_options.localCenter->post(HXShowLogViewNotification, this,
                                 {{QStringLiteral("ScrollToTop"), false}, {QStringLiteral("ResultIndex"), tag}});
 }
 
@@ -520,10 +517,4 @@ void HXStatusViewController::setOpacity(QWidget *widget, double value, int anima
     fade->setDuration(HXAnimationTiming::milliseconds(animatedMs));
     fade->setEndValue(value);
     fade->start(QAbstractAnimation::DeleteWhenStopped);
-}
-
-double HXStatusViewController::opacity(QWidget *widget) const
-{
-    const auto *effect = qobject_cast<QGraphicsOpacityEffect *>(widget->graphicsEffect());
-    return effect ? effect->opacity() : 1.0;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "HXConstants.h"
 #include "HXGroupViews.h"
 #include "HXStatusBoard.h"
 #include "HXViewController.h"
@@ -22,9 +23,6 @@ class HXStatusViewRemoteControlManager;
 class HXTextAnimate;
 class QScrollArea;
 class QTimer;
-
-inline const QString HXShowLogViewNotificationName = QStringLiteral("ShowLogViewNotification");
-inline const QString HXDebugShowAllNotificationName = QStringLiteral("DEBUG_SHOW_ALL_NOTIFICATION");
 
 // The status tab: the worker's live test status on eight icons, the report's
 // outcome in four groups, and a group's result box with its repair advice
@@ -116,7 +114,6 @@ private:
     void layoutStatusView();
     QList<HXAnimView *> groupViews() const;
     void setOpacity(QWidget *widget, double opacity, int animatedMs = 0);
-    double opacity(QWidget *widget) const;
     void slideStatusView(int y, int milliseconds);
     // The panel's own fade: its icons and captions (the groups fade
     // themselves), so that no graphics effects nest.
@@ -131,7 +128,7 @@ private:
     std::unique_ptr<HXStatusViewRemoteControlManager> m_svrcm;
     bool m_showAll = false;
     std::function<void()> m_testingFinished;
-    std::vector<std::pair<QString, quint64>> m_localTokens;
+    std::vector<quint64> m_localTokens;
     quint64 m_showAllToken = 0;
     quint64 m_workerToken = 0;
 

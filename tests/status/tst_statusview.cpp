@@ -186,11 +186,11 @@ private Q_SLOTS:
         QCOMPARE(requests[1], (QVariantMap{{QStringLiteral("ScrollToTop"), false}, {QStringLiteral("ResultIndex"), qint64(7)}}));
 
         QVERIFY(!c->showAll());
-        m_local.post(HXDebugShowAllNotificationName, nullptr);
+        m_local.post(HXDebugShowAllNotification, nullptr);
         QVERIFY(c->showAll());
-        m_local.post(HXDebugShowAllNotificationName, nullptr, {{QStringLiteral("ShowAll"), true}});
+        m_local.post(HXDebugShowAllNotification, nullptr, {{QStringLiteral("ShowAll"), true}});
         QVERIFY(c->showAll());
-        m_local.post(HXDebugShowAllNotificationName, nullptr);
+        m_local.post(HXDebugShowAllNotification, nullptr);
         QVERIFY(!c->showAll());
     }
 
