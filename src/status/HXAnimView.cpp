@@ -2,6 +2,7 @@
 
 #include "HXAnimationTiming.h"
 #include "HXArtwork.h"
+#include "HXFade.h"
 #include "HXMachineProbes.h"
 #include "HXStatusBoard.h"
 #include "HXTextField.h"
@@ -24,17 +25,6 @@ namespace {
 
 constexpr int kIconSize = 56;
 constexpr int kMargin = 16;
-
-QGraphicsOpacityEffect *opacityOf(QWidget *widget)
-{
-    auto *effect = qobject_cast<QGraphicsOpacityEffect *>(widget->graphicsEffect());
-    if (!effect) {
-        effect = new QGraphicsOpacityEffect(widget);
-        effect->setOpacity(1.0);
-        widget->setGraphicsEffect(effect);
-    }
-    return effect;
-}
 
 // The field font: German words are long, so German gets a narrower bold.
 QFont subFieldFont()
@@ -107,7 +97,7 @@ HXAnimView::HXAnimView(const QString &title, const QString &iconName, QWidget *p
         "QPushButton { color: white; background: rgba(0,0,0,90); border: 1px solid rgba(255,255,255,60);"
         " border-radius: 13px; font-size: 16px; } QPushButton:hover { background: #f08a24; }"));
     m_closeButton->hide();
-    opacityOf(m_closeButton)->setOpacity(0.0);
+    HXOpacityEffect(m_closeButton)->setOpacity(0.0);
     connect(m_closeButton, &QPushButton::clicked, this, &HXAnimView::closeRequested);
     layoutFields();
 }
@@ -307,19 +297,11 @@ QList<QWidget *> HXAnimView::fadingParts() const
     return parts;
 }
 
-void HXAnimView::fadeTo(QWidget *widget, double opacity, int milliseconds)
-{
-    auto *fade = new QPropertyAnimation(opacityOf(widget), "opacity", widget);
-    fade->setDuration(HXAnimationTiming::milliseconds(milliseconds));
-    fade->setEndValue(opacity);
-    fade->start(QAbstractAnimation::DeleteWhenStopped);
-}
-
 void HXAnimView::viewWillAppear()
 {
     move(offScreenPlace());
     for (QLabel *field : m_subFields)
-        opacityOf(field)->setOpacity(0.0);
+        HXOpacityEffect(field)->setOpacity(0.0);
     m_statusField->resetOff();
 }
 
@@ -336,8 +318,8 @@ void HXAnimView::viewDidAppear()
     steps.emplace_back(150, [this] { m_statusField->animate(); });
     for (qsizetype pair = 0; pair * 2 + 1 < m_subFields.size(); ++pair) {
         steps.emplace_back(pair == 0 ? 0 : 150, [this, pair] {
-            fadeTo(m_subFields[pair * 2], 1.0, 150);
-            fadeTo(m_subFields[pair * 2 + 1], 1.0, 150);
+            HXFade(m_subFields[pair * 2], 1.0, 150);
+            HXFade(m_subFields[pair * 2 + 1], 1.0, 150);
         });
     }
     runSteps(this, std::move(steps));
@@ -348,7 +330,7 @@ long long HXAnimView::viewWillDisappear()
     move(m_realFrame.topLeft());
     setPanelOpacity(1.0);
     for (QWidget *part : fadingParts())
-        opacityOf(part)->setOpacity(1.0);
+        HXOpacityEffect(part)->setOpacity(1.0);
     m_statusField->resetOn();
     auto *slide = new QPropertyAnimation(this, "pos", this);
     slide->setDuration(HXAnimationTiming::milliseconds(250));
@@ -361,14 +343,14 @@ long long HXAnimView::viewWillDisappear()
 void HXAnimView::fadeOut()
 {
     for (QWidget *part : fadingParts())
-        fadeTo(part, 0.0, 250);
+        HXFade(part, 0.0, 250);
     fadePanel(0.0);
 }
 
 void HXAnimView::fadeIn()
 {
     for (QWidget *part : fadingParts())
-        fadeTo(part, 1.0, 250);
+        HXFade(part, 1.0, 250);
     fadePanel(1.0);
 }
 
@@ -376,7 +358,7 @@ void HXAnimView::activate()
 {
     m_closeButton->show();
     m_closeButton->raise();
-    fadeTo(m_closeButton, 1.0, 250);
+    HXFade(m_closeButton, 1.0, 250);
     QPointer<HXAnimView> self(this);
     QTimer::singleShot(HXAnimationTiming::milliseconds(1000), this, [self] {
         if (!self || !self->m_closeButton->isVisible())
@@ -394,7 +376,7 @@ void HXAnimView::deactivate()
     QTimer::singleShot(HXAnimationTiming::milliseconds(250), this, [self] {
         if (!self)
             return;
-        auto *fade = new QPropertyAnimation(opacityOf(self->m_closeButton), "opacity", self->m_closeButton);
+        auto *fade = new QPropertyAnimation(HXOpacityEffect(self->m_closeButton), "opacity", self->m_closeButton);
         fade->setDuration(HXAnimationTiming::milliseconds(250));
         fade->setEndValue(0.0);
         QObject::connect(fade, &QPropertyAnimation::finished, self->m_closeButton, &QWidget::hide);

@@ -82,7 +82,6 @@ protected:
 
 private:
     void layoutFields();
-    void fadeTo(QWidget *widget, double opacity, int milliseconds);
     QList<QWidget *> fadingParts() const;
 
     QLabel *m_iconView;

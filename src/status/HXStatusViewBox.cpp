@@ -2,6 +2,7 @@
 // its repair advice flows around it, and it slides back when closed.
 #include "HXAnimationTiming.h"
 #include "HXArtwork.h"
+#include "HXFade.h"
 #include "HXMachineProbes.h"
 #include "HXRepairAdvice.h"
 #include "HXShapedTextView.h"
@@ -78,7 +79,7 @@ void HXStatusViewController::showView(HXAnimView *view, const QString &advice, c
             rowFont.setPointSize(14);
             row->setFont(rowFont);
             row->setGeometry(20, y, viewWidth - 40, 20);
-            setOpacity(row, 0.0);
+            HXFade(row, 0.0, 0);
             auto *button = new QPushButton(row);
             button->setFlat(true);
             button->setStyleSheet(QStringLiteral("background: transparent; border: none;"));
@@ -99,7 +100,7 @@ void HXStatusViewController::showView(HXAnimView *view, const QString &advice, c
         separator->setFrameShape(QFrame::Box);
         separator->setStyleSheet(QStringLiteral("border: 1px solid gray;"));
         separator->setGeometry(20, y, viewWidth - 40, 2);
-        setOpacity(separator, 0.0);
+        HXFade(separator, 0.0, 0);
         separator->show();
         m_showingBoxExtras.append(separator);
     }
@@ -155,7 +156,7 @@ void HXStatusViewController::showView(HXAnimView *view, const QString &advice, c
                     m_adviceView->setFocus();
                     fadeAdvice(1.0, 250);
                     for (QWidget *extra : showingBoxExtras())
-                        setOpacity(extra, 1.0, 250);
+                        HXFade(extra, 1.0, 250);
                     if (box) {
                         box->activate();
                         box->setEnabled(true);
@@ -180,7 +181,7 @@ void HXStatusViewController::showAllBoxes()
     runStages({{[this, box] {
                     fadeAdvice(0.0, 250);
                     for (QWidget *extra : showingBoxExtras())
-                        setOpacity(extra, 0.0, 250);
+                        HXFade(extra, 0.0, 250);
                     if (box)
                         box->deactivate();
                 },

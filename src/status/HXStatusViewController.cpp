@@ -6,6 +6,7 @@
 #include "HXDBusNotificationCenter.h"
 #include "HXDaemonInteraction.h"
 #include "HXDescriptionField.h"
+#include "HXFade.h"
 #include "HXIconAnimate.h"
 #include "HXMachineProbes.h"
 #include "HXNotificationCenter.h"
@@ -405,7 +406,7 @@ void HXStatusViewController::fadeStatusView(double to, int milliseconds)
     }
     const auto captions = m_statusView->findChildren<QLabel *>(QStringLiteral("caption"));
     for (QLabel *caption : captions)
-        setOpacity(caption, to, milliseconds);
+        HXFade(caption, to, milliseconds);
 }
 
 void HXStatusViewController::viewWillAppearHX()
@@ -501,20 +502,3 @@ void HXStatusViewController::runStages(std::vector<Stage> stages)
     });
 }
 
-void HXStatusViewController::setOpacity(QWidget *widget, double value, int animatedMs)
-{
-    auto *effect = qobject_cast<QGraphicsOpacityEffect *>(widget->graphicsEffect());
-    if (!effect) {
-        effect = new QGraphicsOpacityEffect(widget);
-        effect->setOpacity(1.0);
-        widget->setGraphicsEffect(effect);
-    }
-    if (animatedMs <= 0) {
-        effect->setOpacity(value);
-        return;
-    }
-    auto *fade = new QPropertyAnimation(effect, "opacity", widget);
-    fade->setDuration(HXAnimationTiming::milliseconds(animatedMs));
-    fade->setEndValue(value);
-    fade->start(QAbstractAnimation::DeleteWhenStopped);
-}

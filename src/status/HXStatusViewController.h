@@ -113,7 +113,6 @@ private:
     void wire();
     void layoutStatusView();
     QList<HXAnimView *> groupViews() const;
-    void setOpacity(QWidget *widget, double opacity, int animatedMs = 0);
     void slideStatusView(int y, int milliseconds);
     // The panel's own fade: its icons and captions (the groups fade
     // themselves), so that no graphics effects nest.
