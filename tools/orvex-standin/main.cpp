@@ -7,6 +7,7 @@
 #include "HXProductPaths.h"
 #include "HXStatusReporter.h"
 #include "HXStatusViewRemoteControlManager.h"
+#include "HXStopSignals.h"
 #include "HXSystemLog.h"
 #include "IdleDaemonService.h"
 #include "StandinScenario.h"
@@ -19,12 +20,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
-#include <QSocketNotifier>
-
-#include <csignal>
 #include <cstdio>
-#include <sys/signalfd.h>
-#include <unistd.h>
 
 namespace {
 
@@ -44,6 +40,9 @@ const char kUsage[] =
     "  --agent-login NAME       the login the agent serves (the current user's)\n"
     "  --serve LIST             what to serve, of idle,worker,agent (all three)\n"
     "  --start                  start a testing pass at once\n"
+    "  --exit-during-status-call\n"
+    "                           die, without answering, when a live status is asked\n"
+    "                           for (a worker that dies in the middle of a call)\n"
     "  --help                   this text\n"
     "\n"
     "A testing pass starts when the worker is activated or the idle daemon is forced\n"
@@ -84,6 +83,7 @@ struct Options
     QString agentLogin = HXLoginName();
     QStringList serve = {QStringLiteral("idle"), QStringLiteral("worker"), QStringLiteral("agent")};
     bool startNow = false;
+    bool exitDuringStatusCall = false;
 };
 
 // Nothing on success; otherwise the sentence for the user.
@@ -102,7 +102,10 @@ std::optional<QString> parse(const QStringList &args, Options *options, bool *he
             options->printScenario = true;
         } else if (arg == QLatin1String("--start")) {
             options->startNow = true;
-        } else if (arg == QLatin1String("--scenario") || arg == QLatin1String("--status-view-port") ||
+        } else if (arg == QLatin1String("--exit-during-status-call")) {
+            options->exitDuringStatusCall = true;
+        } else if (arg == QLatin1String("--scenario") ||
+                   arg == QLatin1String("--status-view-port") ||
                    arg == QLatin1String("--agent-login") || arg == QLatin1String("--serve")) {
             const auto v = value();
             if (!v)
@@ -173,12 +176,7 @@ bool publish(QDBusConnection bus, const QString &connectionName, const QList<std
 
 int main(int argc, char **argv)
 {
-    // Blocked before any thread starts, so that only the signalfd sees them.
-    sigset_t stopSignals;
-    sigemptyset(&stopSignals);
-    sigaddset(&stopSignals, SIGINT);
-    sigaddset(&stopSignals, SIGTERM);
-    sigprocmask(SIG_BLOCK, &stopSignals, nullptr);
+    HXStopSignals::block();
 
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("orvex-standin"));
@@ -216,6 +214,7 @@ int main(int argc, char **argv)
     reporter->setDistributedNotificationCenter(&workerCenter);
 
     WorkerDaemonService worker(*scenario, reporter, &workerCenter, quint16(options.statusViewPort));
+    worker.setExitDuringStatusCall(options.exitDuringStatusCall);
     new WorkerDaemonAdaptor(&worker);
     IdleDaemonService idle(&worker, scenario->systemSleepTimeAllowsIdleRun);
     new IdleDaemonAdaptor(&idle);
@@ -240,9 +239,8 @@ int main(int argc, char **argv)
                  daemonBusType == QDBusConnection::SessionBus ? QStringLiteral("session") : QStringLiteral("system"),
                  HXProductPaths::libraryFolder()));
 
-    const int stopFd = signalfd(-1, &stopSignals, SFD_CLOEXEC | SFD_NONBLOCK);
-    QSocketNotifier notifier(stopFd, QSocketNotifier::Read);
-    QObject::connect(&notifier, &QSocketNotifier::activated, &app, [] { QCoreApplication::quit(); });
+    HXStopSignals stop;
+    QObject::connect(&stop, &HXStopSignals::received, &app, [] { QCoreApplication::quit(); });
     if (options.startNow)
         worker.startTesting();
 
@@ -250,7 +248,6 @@ int main(int argc, char **argv)
     worker.stopTesting();
     for (QDBusConnection *bus : {&workerBus, &idleBus, &agentBus})
         bus->unregisterObject(HXDBusNames::kRootObjectPath, QDBusConnection::UnregisterTree);
-    ::close(stopFd);
     say(QStringLiteral("stopped"));
     return status;
 }

@@ -4,18 +4,14 @@
 #include "HXReportArchive.h"
 #include "HXStatusBoard.h"
 #include "HXStatusReporter.h"
+#include "HXStopSignals.h"
 #include "ReportJson.h"
 #include "TextOutput.h"
 
 #include <QCoreApplication>
 #include <QFile>
 #include <QJsonDocument>
-
-#include <QSocketNotifier>
-
-#include <csignal>
 #include <cstdio>
-#include <sys/signalfd.h>
 #include <unistd.h>
 
 namespace {
@@ -154,19 +150,11 @@ int runWatch(QCoreApplication &app, const Arguments &a)
     QObject::connect(&reporter, &HXStatusReporter::reportChanged, &app, print);
     QObject::connect(&reporter, &HXStatusReporter::reportLoadFailed, &app,
                      [](const QString &sentence) { err(sentence); });
-    // An interrupt ends the watch as a normal exit. The signals are taken
-    // through a descriptor, so nothing runs inside a signal handler.
-    sigset_t set;
-    sigemptyset(&set);
-    sigaddset(&set, SIGINT);
-    sigaddset(&set, SIGTERM);
-    sigprocmask(SIG_BLOCK, &set, nullptr);
-    const int fd = signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
-    QSocketNotifier notifier(fd, QSocketNotifier::Read);
-    QObject::connect(&notifier, &QSocketNotifier::activated, &app, [] { QCoreApplication::quit(); });
-    const int status = app.exec();
-    ::close(fd);
-    return status;
+    // An interrupt ends the watch as a normal exit.
+    HXStopSignals::block();
+    HXStopSignals stop;
+    QObject::connect(&stop, &HXStopSignals::received, &app, [] { QCoreApplication::quit(); });
+    return app.exec();
 }
 
 } // namespace
