@@ -111,11 +111,15 @@ void HXAppDelegate::checkForLaunchModifiers(Qt::KeyboardModifiers held)
     const Qt::KeyboardModifiers wanted = Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier;
     if ((held & ~Qt::KeypadModifier) == wanted) {
         const bool enable = prompts()->askDebugMode();
-        HXAsk(HXDaemonInteraction::idleDaemonProxy(), &HXIdleDaemonProxy::setIsDebugModeEnabled, enable);
+        HXDaemonInteraction::tellIdleDaemon(
+            [enable](HXIdleDaemonProxy &idle) { idle.setIsDebugModeEnabled(enable); });
     }
+    // In the idle daemon's queue after the answer above, so the stored key
+    // still has the last word.
     if (m_options.defaults->contains(kOrvexDebugModeKey)) {
-        HXAsk(HXDaemonInteraction::idleDaemonProxy(), &HXIdleDaemonProxy::setIsDebugModeEnabled,
-              m_options.defaults->value(kOrvexDebugModeKey).toBool());
+        const bool stored = m_options.defaults->value(kOrvexDebugModeKey).toBool();
+        HXDaemonInteraction::tellIdleDaemon(
+            [stored](HXIdleDaemonProxy &idle) { idle.setIsDebugModeEnabled(stored); });
     }
 }
 

@@ -402,28 +402,25 @@ void HXMainWindowController::showAboutTab()
 void HXMainWindowController::startTesting()
 {
     toolbarItemSelected(kStatusTab);
-    HXAsk(HXDaemonInteraction::workerDaemonProxy(), &HXWorkerDaemonProxy::activate);
+    HXDaemonInteraction::tellWorkerDaemon([](HXWorkerDaemonProxy &worker) { worker.activate(); });
     m_testProgress->setMinimum(0);
     m_testProgress->setMaximum(8);
 }
 
 void HXMainWindowController::stopTesting()
 {
-    QThreadPool::globalInstance()->start([] {
-        try {
-            HXAsk(HXDaemonInteraction::workerDaemonProxy(), &HXWorkerDaemonProxy::deactivate);
-        } catch (const HXDaemonInteractionException &e) {
-            // Off the main thread nobody else would hear of it.
-            HXSystemLog::write(QStringLiteral("Could not stop testing: %1").arg(e.reason()));
-        }
-    });
+    HXDaemonInteraction::tellWorkerDaemon([](HXWorkerDaemonProxy &worker) { worker.deactivate(); });
     m_isTesting = false;
     m_testProgress->setValue(0);
 }
 
 void HXMainWindowController::updateTestStatus()
 {
-    m_testProgress->setValue(HXAsk(HXDaemonInteraction::workerDaemonProxy(), &HXWorkerDaemonProxy::currentTestType));
+    // Updates arrive once a test; a worker slower than that has them waiting
+    // in its queue, and each answer is as fresh as the question.
+    HXDaemonInteraction::askWorkerDaemon(
+        this, [](HXWorkerDaemonProxy &worker) { return worker.currentTestType(); },
+        [this](qint32 type) { m_testProgress->setValue(type); });
 }
 
 void HXMainWindowController::testingFinishedStatus()

@@ -1,6 +1,7 @@
 #include "HXWorkerDaemonController.h"
 
 #include "HXDBusNames.h"
+#include "HXDaemonInteraction.h"
 #include "HXWorkerDaemonProxy.h"
 
 #include <QButtonGroup>
@@ -63,35 +64,52 @@ void HXWorkerDaemonController::sendMessage()
         sendMessageToDaemon(message);
 }
 
+// The panel looks the worker up afresh for every action, on the worker's
+// queue like every other call to it, and shows the outcome when it is back.
 void HXWorkerDaemonController::sendMessageToDaemon(const QString &message)
 {
-    const auto proxy = daemonProxy();
-    if (proxy && proxy->testServerMessage(message))
-        return;
-    showConnectionError();
+    HXDaemonInteraction::run(
+        HXDaemonInteraction::workerDaemonQueue(), this,
+        [message] {
+            const auto proxy = daemonProxy();
+            return proxy && proxy->testServerMessage(message);
+        },
+        [this](bool answered) {
+            if (!answered)
+                showConnectionError();
+        });
 }
 
 void HXWorkerDaemonController::testConnection()
 {
-    const auto proxy = daemonProxy();
-    if (proxy && proxy->testDOConnection())
-        return;
-    showConnectionError();
+    HXDaemonInteraction::run(
+        HXDaemonInteraction::workerDaemonQueue(), this,
+        [] {
+            const auto proxy = daemonProxy();
+            return proxy && proxy->testDOConnection();
+        },
+        [this](bool answered) {
+            if (!answered)
+                showConnectionError();
+        });
 }
 
 void HXWorkerDaemonController::updateDaemonStatus()
 {
     const int wanted = m_statusControl->checkedId();
-    const auto proxy = daemonProxy();
-    const bool active = proxy && proxy->isActive();
-    if (wanted == int(active))
-        return;
-    if (!proxy)
-        return;
-    if (wanted == kActiveTag)
-        proxy->activate();
-    else
-        proxy->deactivate();
+    HXDaemonInteraction::run(
+        HXDaemonInteraction::workerDaemonQueue(), nullptr,
+        [wanted] {
+            const auto proxy = daemonProxy();
+            const bool active = proxy && proxy->isActive();
+            if (wanted == int(active) || !proxy)
+                return;
+            if (wanted == kActiveTag)
+                proxy->activate();
+            else
+                proxy->deactivate();
+        },
+        nullptr);
 }
 
 void HXWorkerDaemonController::showConnectionError()

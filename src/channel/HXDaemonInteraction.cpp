@@ -4,6 +4,9 @@
 #include "HXSerialQueue.h"
 #include "HXSystemLog.h"
 
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <algorithm>
 #include <functional>
 
 namespace {
@@ -21,6 +24,8 @@ public:
         , m_log(log)
     {
     }
+
+    HXSerialQueue &queue() { return m_queue; }
 
     std::shared_ptr<Proxy> proxy()
     {
@@ -46,25 +51,78 @@ private:
     std::shared_ptr<Proxy> m_cached;
 };
 
+// The slots outlive every static object that might still call into them
+// from a queue's thread at exit, so they are never destroyed.
+ProxySlot<HXIdleDaemonProxy> &idleSlot()
+{
+    static auto *slot =
+        new ProxySlot<HXIdleDaemonProxy>("com.talvorn.hxdaemoninteraction.idledaemonproxy",
+                                         HXDBusNames::daemonBus, LookupLog::Quiet);
+    return *slot;
+}
+
+ProxySlot<HXWorkerDaemonProxy> &workerSlot()
+{
+    static auto *slot =
+        new ProxySlot<HXWorkerDaemonProxy>("com.talvorn.hxdaemoninteraction.workerdaemonproxy",
+                                           HXDBusNames::daemonBus, LookupLog::Quiet);
+    return *slot;
+}
+
+ProxySlot<HXStatusViewProxy> &statusViewSlot()
+{
+    static auto *slot =
+        new ProxySlot<HXStatusViewProxy>("com.talvorn.hxdaemoninteraction.statusviewproxy",
+                                         &QDBusConnection::sessionBus, LookupLog::StatusView);
+    return *slot;
+}
+
 } // namespace
 
 std::shared_ptr<HXIdleDaemonProxy> HXDaemonInteraction::idleDaemonProxy()
 {
-    static ProxySlot<HXIdleDaemonProxy> slot("com.talvorn.hxdaemoninteraction.idledaemonproxy",
-                                             HXDBusNames::daemonBus, LookupLog::Quiet);
-    return slot.proxy();
+    return idleSlot().proxy();
 }
 
 std::shared_ptr<HXWorkerDaemonProxy> HXDaemonInteraction::workerDaemonProxy()
 {
-    static ProxySlot<HXWorkerDaemonProxy> slot("com.talvorn.hxdaemoninteraction.workerdaemonproxy",
-                                               HXDBusNames::daemonBus, LookupLog::Quiet);
-    return slot.proxy();
+    return workerSlot().proxy();
 }
 
 std::shared_ptr<HXStatusViewProxy> HXDaemonInteraction::statusViewProxy()
 {
-    static ProxySlot<HXStatusViewProxy> slot("com.talvorn.hxdaemoninteraction.statusviewproxy",
-                                             &QDBusConnection::sessionBus, LookupLog::StatusView);
-    return slot.proxy();
+    return statusViewSlot().proxy();
+}
+
+HXSerialQueue &HXDaemonInteraction::idleDaemonQueue()
+{
+    return idleSlot().queue();
+}
+
+HXSerialQueue &HXDaemonInteraction::workerDaemonQueue()
+{
+    return workerSlot().queue();
+}
+
+bool HXDaemonInteraction::waitForQueues(int milliseconds)
+{
+    QElapsedTimer clock;
+    clock.start();
+    const bool idle = idleDaemonQueue().waitForIdle(milliseconds);
+    const int left = std::max(0, milliseconds - int(clock.elapsed()));
+    return workerDaemonQueue().waitForIdle(left) && idle;
+}
+
+void HXDaemonInteraction::onMainThread(std::function<void()> work)
+{
+    // The application object lives as long as there is a main thread to
+    // hand anything to; without it the answer has nobody to go to.
+    if (QCoreApplication *app = QCoreApplication::instance())
+        QMetaObject::invokeMethod(app, std::move(work), Qt::QueuedConnection);
+}
+
+void HXDaemonInteraction::logFailure(const QString &queue,
+                                     const HXDaemonInteractionException &failure)
+{
+    HXSystemLog::write(QStringLiteral("%1: %2").arg(queue, QString::fromStdString(failure.what())));
 }

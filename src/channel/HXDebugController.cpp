@@ -80,48 +80,55 @@ QString HXDebugController::forcedFailuresLabel() const
     return m_forcedFailuresLabel;
 }
 
+// Each action runs on the idle daemon's queue; the state it changes is read
+// back when the daemon has answered (or was found missing).
 void HXDebugController::forceStartWorker()
 {
-    if (const auto idle = HXDaemonInteraction::idleDaemonProxy())
-        idle->forceStartTesting();
-    setWorkerIsActive(QFileInfo::exists(HXProductPaths::isIdleMarker()));
+    HXDaemonInteraction::askIdleDaemon(
+        this, [](HXIdleDaemonProxy &idle) { idle.forceStartTesting(); },
+        [this] { setWorkerIsActive(QFileInfo::exists(HXProductPaths::isIdleMarker())); });
 }
 
 void HXDebugController::forceStopWorker()
 {
-    if (const auto idle = HXDaemonInteraction::idleDaemonProxy())
-        idle->forceStopTesting();
-    setWorkerIsActive(QFileInfo::exists(HXProductPaths::isIdleMarker()));
+    HXDaemonInteraction::askIdleDaemon(
+        this, [](HXIdleDaemonProxy &idle) { idle.forceStopTesting(); },
+        [this] { setWorkerIsActive(QFileInfo::exists(HXProductPaths::isIdleMarker())); });
 }
 
 void HXDebugController::forceTestFailures()
 {
-    setFailuresAreForced(HXAsk(HXDaemonInteraction::idleDaemonProxy(), &HXIdleDaemonProxy::forceFailures, true));
+    HXDaemonInteraction::askIdleDaemon(
+        this, [](HXIdleDaemonProxy &idle) { return idle.forceFailures(true); },
+        [this](bool forced) { setFailuresAreForced(forced); });
 }
 
 void HXDebugController::disableForcedFailures()
 {
-    setFailuresAreForced(HXAsk(HXDaemonInteraction::idleDaemonProxy(), &HXIdleDaemonProxy::forceFailures, false));
+    HXDaemonInteraction::askIdleDaemon(
+        this, [](HXIdleDaemonProxy &idle) { return idle.forceFailures(false); },
+        [this](bool forced) { setFailuresAreForced(forced); });
 }
 
 void HXDebugController::forcePrimaryTime()
 {
-    HXAsk(HXDaemonInteraction::idleDaemonProxy(), &HXIdleDaemonProxy::forcePrimaryTime);
+    HXDaemonInteraction::tellIdleDaemon([](HXIdleDaemonProxy &idle) { idle.forcePrimaryTime(); });
 }
 
 void HXDebugController::forceSecondaryTime()
 {
-    HXAsk(HXDaemonInteraction::idleDaemonProxy(), &HXIdleDaemonProxy::forceSecondaryTime);
+    HXDaemonInteraction::tellIdleDaemon([](HXIdleDaemonProxy &idle) { idle.forceSecondaryTime(); });
 }
 
 void HXDebugController::deleteDataStore()
 {
-    HXAsk(HXDaemonInteraction::idleDaemonProxy(), &HXIdleDaemonProxy::deleteWorkerDaemonPersistentStore);
+    HXDaemonInteraction::tellIdleDaemon(
+        [](HXIdleDaemonProxy &idle) { idle.deleteWorkerDaemonPersistentStore(); });
 }
 
 void HXDebugController::deleteStatusReport()
 {
-    HXAsk(HXDaemonInteraction::idleDaemonProxy(), &HXIdleDaemonProxy::deleteStatusReport);
+    HXDaemonInteraction::tellIdleDaemon([](HXIdleDaemonProxy &idle) { idle.deleteStatusReport(); });
 }
 
 void HXDebugController::forceStartWorkerUsingIdleFile()

@@ -9,6 +9,8 @@ const QString HXIdleDaemonProxy::kProtocol = QStringLiteral("HXIdleDaemonUserInt
 HXIdleDaemonProxy::HXIdleDaemonProxy(HXPeer peer)
     : HXRemoteProxy(std::move(peer))
     , m_remote(makeInterface<ComTalvornHXIdleDaemonUserInteractionProtocolInterface>())
+    , m_slowRemote(
+          makeInterface<ComTalvornHXIdleDaemonUserInteractionProtocolInterface>(longCallTimeout()))
 {
 }
 
@@ -181,7 +183,7 @@ QVariantList HXIdleDaemonProxy::runningBlacklistedApps()
 
 QString HXIdleDaemonProxy::sampleOfProcessName(const QString &processName)
 {
-    return await(m_remote->sampleOfProcessName(processName), "sampleOfProcessName");
+    return await(m_slowRemote->sampleOfProcessName(processName), "sampleOfProcessName");
 }
 
 QVariantList HXIdleDaemonProxy::PIDsForProcessName(const QString &processName)

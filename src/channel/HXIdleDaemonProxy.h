@@ -76,4 +76,6 @@ public:
 
 private:
     std::unique_ptr<ComTalvornHXIdleDaemonUserInteractionProtocolInterface> m_remote;
+    // For the calls that do slow work in the daemon, with the long timeout.
+    std::unique_ptr<ComTalvornHXIdleDaemonUserInteractionProtocolInterface> m_slowRemote;
 };

@@ -14,7 +14,8 @@
 #include <limits>
 
 namespace {
-std::atomic<int> g_callTimeout{10000};
+std::atomic<int> g_callTimeout{5000};
+std::atomic<int> g_longCallTimeout{5 * 60 * 1000};
 
 const QString kBusService = QStringLiteral("org.freedesktop.DBus");
 const QString kBusPath = QStringLiteral("/org/freedesktop/DBus");
@@ -62,6 +63,16 @@ int HXRemoteProxy::callTimeout()
 void HXRemoteProxy::setCallTimeout(int milliseconds)
 {
     g_callTimeout.store(milliseconds);
+}
+
+int HXRemoteProxy::longCallTimeout()
+{
+    return g_longCallTimeout.load();
+}
+
+void HXRemoteProxy::setLongCallTimeout(int milliseconds)
+{
+    g_longCallTimeout.store(milliseconds);
 }
 
 QString HXRemoteProxy::nameOwner(const QDBusConnection &bus, const QString &busName)

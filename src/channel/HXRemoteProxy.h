@@ -59,9 +59,15 @@ public:
     // Whether the peer's introspection data lists `interface` at its path.
     static bool publishesInterface(const HXPeer &peer, const QString &interface);
 
-    // Milliseconds a remote call may take before it fails; 10 s unless changed.
+    // Milliseconds a remote call may take before it fails. Calls are made on
+    // a daemon's queue, never on the interface thread, but the interface waits
+    // for their answers (a button stays disabled, an icon keeps its state), so
+    // the usual limit is short: 5 s unless changed. Calls that do slow work in
+    // the daemon (sampling a process) have a long one: 5 minutes.
     static int callTimeout();
     static void setCallTimeout(int milliseconds);
+    static int longCallTimeout();
+    static void setLongCallTimeout(int milliseconds);
 
 protected:
     // Waits for the reply; throws when it is an error.
@@ -83,10 +89,10 @@ protected:
     static QByteArray encodeCopy(const QVariant &value, const char *method);
 
     template<class Interface>
-    std::unique_ptr<Interface> makeInterface() const
+    std::unique_ptr<Interface> makeInterface(int timeout = callTimeout()) const
     {
         auto remote = std::make_unique<Interface>(m_peer.owner, m_peer.path, m_peer.bus);
-        remote->setTimeout(callTimeout());
+        remote->setTimeout(timeout);
         // Calls never need an event loop; without a thread the object can
         // be used and destroyed from whichever thread holds the proxy last.
         remote->moveToThread(nullptr);

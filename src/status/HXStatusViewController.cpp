@@ -5,6 +5,7 @@
 #include "HXConstants.h"
 #include "HXDBusNotificationCenter.h"
 #include "HXDaemonInteraction.h"
+#include "HXDaemonPresence.h"
 #include "HXDescriptionField.h"
 #include "HXFade.h"
 #include "HXIconAnimate.h"
@@ -18,7 +19,6 @@
 
 #include <QCoreApplication>
 #include <QDesktopServices>
-#include <QUrl>
 #include <QGraphicsOpacityEffect>
 #include <QLabel>
 #include <QPropertyAnimation>
@@ -28,6 +28,9 @@
 #include <QSemaphore>
 #include <QThread>
 #include <QTimer>
+#include <QUrl>
+#include <optional>
+#include <utility>
 
 namespace {
 
@@ -52,6 +55,7 @@ constexpr LiveIcon kLiveIcons[] = {
 constexpr int kIconStripHeight = 74;
 constexpr int kGroupHeight = 196;
 constexpr int kGap = 14;
+constexpr int kNoticeHeight = 22;
 
 bool g_observingWorker = false; // once per process
 
@@ -123,7 +127,7 @@ QWidget *HXStatusViewController::makeView()
     auto *root = new QWidget;
     m_root = root;
     root->setObjectName(QStringLiteral("HXStatusViewControllerView"));
-    root->setMinimumSize(884, kIconStripHeight + 2 * kGroupHeight + 3 * kGap);
+    root->setMinimumSize(884, kIconStripHeight + 2 * kGroupHeight + 3 * kGap + kNoticeHeight);
     root->installEventFilter(this);
 
     m_statusView = new QWidget(root);
@@ -146,6 +150,16 @@ QWidget *HXStatusViewController::makeView()
     m_volumeStructuresText->hide();
     m_warningText = new HXDescriptionField(m_statusView);
     m_warningText->hide();
+    // Without the daemons nothing on this tab can change; say so, or the
+    // icons would wait as pending forever.
+    m_daemonsMissingText = new QLabel(tr("The Orvex daemons are not running."), m_statusView);
+    m_daemonsMissingText->setObjectName(QStringLiteral("daemonsMissingText"));
+    m_daemonsMissingText->setAlignment(Qt::AlignCenter);
+    m_daemonsMissingText->setFont(HXArtwork::technicalFont(11, QFont::Medium));
+    QPalette warning = m_daemonsMissingText->palette();
+    warning.setColor(QPalette::WindowText, QColor(0xf0, 0xc0, 0x60));
+    m_daemonsMissingText->setPalette(warning);
+    m_daemonsMissingText->hide();
 
     m_hardwareView = new HXHardwareView(m_statusView);
     m_systemView = new HXSystemView(m_statusView);
@@ -223,6 +237,14 @@ void HXStatusViewController::wire()
             OrvexWorkerDaemonTestStatusChangedNotification, QString(),
             [this](const HXDistributedNotification &) { updateTestStatus(); });
     }
+    // Whether the daemons are there, followed from the bus without waiting.
+    m_presence = new HXDaemonPresence(this);
+    connect(m_presence, &HXDaemonPresence::daemonsAreRunningChanged, this, [this](bool running) {
+        m_daemonsMissingText->setVisible(!running);
+        // A daemon that just came has statuses to show.
+        if (running)
+            updateTestStatus();
+    });
     // 7.
     initializeTestStatus();
     updateTestStatus();
@@ -257,6 +279,8 @@ void HXStatusViewController::layoutStatusView()
         if (groups[i] != open)
             groups[i]->setRealFrame(frames[i]);
     }
+    m_daemonsMissingText->setGeometry(kGap, top + 2 * kGroupHeight + 2 * kGap, width - 2 * kGap,
+                                      kNoticeHeight);
 }
 
 bool HXStatusViewController::eventFilter(QObject *watched, QEvent *event)
@@ -305,42 +329,61 @@ void HXStatusViewController::initializeTestStatus()
 
 void HXStatusViewController::updateTestStatus()
 {
-    const auto worker = HXDaemonInteraction::workerDaemonProxy();
-    if (!worker || !m_root)
+    if (!m_root)
         return;
-    icon(HXTest::POST)->setStatus(worker->postStatus());
-    icon(HXTest::IO)->setStatus(worker->ioStatus());
-    icon(HXTest::Battery)->setStatus(worker->batteryStatus());
-    icon(HXTest::Memory)->setStatus(worker->memoryStatus());
-    icon(HXTest::SMART)->setStatus(worker->smartStatus());
-    icon(HXTest::RAID)->setStatus(worker->raidStatus());
-    icon(HXTest::VolumeStructures)->setStatus(worker->volStructsStatus());
-    m_volumeStructuresText->setStatus(worker->volStructsStatus());
-    m_warningText->setStatus(worker->volStructsStatus());
-    icon(HXTest::PartitionMap)->setStatus(worker->partitionMapStatus());
+    // Broadcasts come in bursts while testing runs; behind a slow worker one
+    // question at a time is enough, and one more after it for what came in
+    // meanwhile.
+    if (m_askingForStatus) {
+        m_askAgain = true;
+        return;
+    }
+    m_askingForStatus = true;
+    HXDaemonInteraction::askWorkerDaemon(
+        this,
+        [](HXWorkerDaemonProxy &worker) {
+            LiveStatus status;
+            status.post = worker.postStatus();
+            status.io = worker.ioStatus();
+            status.battery = worker.batteryStatus();
+            status.memory = worker.memoryStatus();
+            status.smart = worker.smartStatus();
+            status.raid = worker.raidStatus();
+            status.volStructs = worker.volStructsStatus();
+            status.volStructsText = worker.volStructsStatus();
+            status.warningText = worker.volStructsStatus();
+            status.partitionMap = worker.partitionMapStatus();
+            return std::optional<LiveStatus>(status);
+        },
+        [this](std::optional<LiveStatus> status) {
+            m_askingForStatus = false;
+            if (status)
+                showTestStatus(*status);
+            if (std::exchange(m_askAgain, false))
+                updateTestStatus();
+        });
+}
+
+void HXStatusViewController::showTestStatus(const LiveStatus &status)
+{
+    if (!m_root)
+        return;
+    icon(HXTest::POST)->setStatus(status.post);
+    icon(HXTest::IO)->setStatus(status.io);
+    icon(HXTest::Battery)->setStatus(status.battery);
+    icon(HXTest::Memory)->setStatus(status.memory);
+    icon(HXTest::SMART)->setStatus(status.smart);
+    icon(HXTest::RAID)->setStatus(status.raid);
+    icon(HXTest::VolumeStructures)->setStatus(status.volStructs);
+    m_volumeStructuresText->setStatus(status.volStructsText);
+    m_warningText->setStatus(status.warningText);
+    icon(HXTest::PartitionMap)->setStatus(status.partitionMap);
 }
 
 void HXStatusViewController::testingFinishedStatus()
 {
     if (m_testingFinished)
         m_testingFinished();
-}
-
-void HXStatusViewController::startPolling()
-{
-    if (m_pollTimer)
-        return;
-    m_pollTimer = new QTimer(this);
-    // The interval as a single-precision 0.1 s.
-    m_pollTimer->setInterval(int(std::lround(double(0.1f) * 1000.0)));
-    connect(m_pollTimer, &QTimer::timeout, this, &HXStatusViewController::updateTestStatus);
-    m_pollTimer->start();
-}
-
-void HXStatusViewController::stopPolling()
-{
-    delete m_pollTimer;
-    m_pollTimer = nullptr;
 }
 
 void HXStatusViewController::gotoLog(qint64 index)

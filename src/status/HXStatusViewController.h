@@ -14,6 +14,8 @@
 #include <memory>
 
 class HXDBusNotificationCenter;
+class HXDaemonPresence;
+class QLabel;
 class HXIconAnimate;
 class HXDescriptionField;
 class HXNotificationCenter;
@@ -22,7 +24,6 @@ class HXStatusReporter;
 class HXStatusViewRemoteControlManager;
 class HXTextAnimate;
 class QScrollArea;
-class QTimer;
 
 // The status tab: the worker's live test status on eight icons, the report's
 // outcome in four groups, and a group's result box with its repair advice
@@ -57,6 +58,8 @@ public:
     // The live icon of a test; none for surface scan and file structures.
     HXIconAnimate *icon(HXTest test) const;
     QWidget *statusView() const { return m_statusView; }
+    // The line saying that the daemons are not running.
+    QLabel *daemonsMissingText() const { return m_daemonsMissingText; }
     QScrollArea *repairAdviceView() const { return m_repairAdviceView; }
     HXShapedTextView *adviceView() const { return m_adviceView; }
     HXAnimView *showingBox() const { return m_showingBox; }
@@ -71,9 +74,16 @@ public:
     void initializeTestStatus();
     void updateTestStatus();
     void testingFinishedStatus();
-    void startPolling();
-    void stopPolling();
-    bool isPolling() const { return m_pollTimer != nullptr; }
+    // The worker's live status as the eight icons and the volume-structure
+    // texts show it, each asked for as the worker is asked for it.
+    struct LiveStatus
+    {
+        qint32 post = 0, io = 0, battery = 0, memory = 0, smart = 0, raid = 0;
+        qint32 volStructs = 0, volStructsText = 0, warningText = 0, partitionMap = 0;
+    };
+    void showTestStatus(const LiveStatus &status);
+    // Whether an answer from the worker is still awaited.
+    bool isAskingForTestStatus() const { return m_askingForStatus; }
 
     void gotoLog(qint64 index);
     void showInLog(HXTest test);
@@ -140,6 +150,8 @@ private:
     std::array<HXIconAnimate *, 8> m_icons{};
     HXTextAnimate *m_volumeStructuresText = nullptr;
     HXDescriptionField *m_warningText = nullptr;
+    QLabel *m_daemonsMissingText = nullptr;
+    HXDaemonPresence *m_presence = nullptr;
     QScrollArea *m_repairAdviceView = nullptr;
     HXShapedTextView *m_adviceView = nullptr;
 
@@ -147,7 +159,8 @@ private:
     QPointer<HXAnimView> m_showingBox;
     QList<QPointer<QWidget>> m_showingBoxExtras;
     QRect m_previousBoxFrame;
-    QTimer *m_pollTimer = nullptr;
+    bool m_askingForStatus = false;
+    bool m_askAgain = false;
 
     QThreadPool m_stages;
     std::atomic<bool> m_stopping{false};

@@ -184,16 +184,19 @@ private Q_SLOTS:
 
         const Qt::KeyboardModifiers exactly = Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier;
         delegate.checkForLaunchModifiers(exactly | Qt::ShiftModifier);
+        QVERIFY(HXDaemonInteraction::waitForQueues(10000));
         QVERIFY(prompts.asked.isEmpty());
         QVERIFY(!idle->isDebugModeEnabled());
 
         delegate.checkForLaunchModifiers(exactly);
+        QVERIFY(HXDaemonInteraction::waitForQueues(10000));
         QCOMPARE(prompts.asked, QStringList{QStringLiteral("debug mode")});
         QVERIFY(idle->isDebugModeEnabled());
 
         // A stored value has the last word.
         defaults.setValue(kOrvexDebugModeKey, false);
         delegate.checkForLaunchModifiers(exactly);
+        QVERIFY(HXDaemonInteraction::waitForQueues(10000));
         QCOMPARE(prompts.asked.size(), 2);
         QVERIFY(!idle->isDebugModeEnabled());
     }

@@ -1,5 +1,6 @@
 // The debug controls: the controller's marker-file rules, its daemon actions
 // against the stand-ins, and the two small windows.
+#include "HXDaemonInteraction.h"
 #include "HXDebugController.h"
 #include "HXDebugWindowController.h"
 #include "HXNotificationCenter.h"
@@ -49,6 +50,14 @@ private:
         poll.start(10);
         action();
         return seen;
+    }
+
+    // Lets the daemon queues run what they were given and hands their
+    // answers to whoever asked.
+    static void settle()
+    {
+        QVERIFY(HXDaemonInteraction::waitForQueues(10000));
+        QCoreApplication::processEvents();
     }
 
     static QPushButton *buttonTitled(QWidget *window, const QString &title)
@@ -146,14 +155,18 @@ private Q_SLOTS:
         HXDebugController c;
         c.load();
         c.forceStartWorker();
+        settle();
         QVERIFY(c.workerIsActive());
         QCOMPARE(c.workerActiveStatusLabel(), QStringLiteral("Active"));
         c.forceStopWorker();
+        settle();
         QVERIFY(!c.workerIsActive());
         c.forceTestFailures();
+        settle();
         QCOMPARE(c.forcedFailuresLabel(), QStringLiteral("Failures: Forced"));
         QVERIFY(QFile::exists(HXProductPaths::forceFailuresMarker()));
         c.disableForcedFailures();
+        settle();
         QCOMPARE(c.forcedFailuresLabel(), QStringLiteral("Failures: Normal"));
 
         QFile report(HXProductPaths::reportFile());
@@ -164,6 +177,7 @@ private Q_SLOTS:
         store.close();
         c.deleteStatusReport();
         c.deleteDataStore();
+        settle();
         QVERIFY(!QFile::exists(HXProductPaths::reportFile()));
         QVERIFY(!QFile::exists(HXProductPaths::workerStoreFile()));
     }
@@ -195,23 +209,41 @@ private Q_SLOTS:
     {
         HXWorkerDaemonController panel;
         panel.messageTextField()->setText(QStringLiteral("hello"));
-        const QStringList alert = answerAlert([&] { panel.sendMessage(); });
+        const QStringList alert = answerAlert([&] {
+            panel.sendMessage();
+            settle();
+        });
         QCOMPARE(alert, QStringList({QStringLiteral("Distributed Object Connection Error"),
                                      QStringLiteral("Could not connect to Daemon using connection name 'OrvexWorkerDaemon'"),
                                      QStringLiteral("OK"), QStringLiteral("Cancel")}));
-        QVERIFY(!answerAlert([&] { panel.testConnection(); }).isEmpty());
+        QVERIFY(!answerAlert([&] {
+                     panel.testConnection();
+                     settle();
+                 }).isEmpty());
         // Without a worker, selecting either state sends nothing and shows nothing.
         panel.statusControl()->button(HXWorkerDaemonController::kActiveTag)->setChecked(true);
-        QVERIFY(answerAlert([&] { panel.updateDaemonStatus(); }).isEmpty());
+        QVERIFY(answerAlert([&] {
+                    panel.updateDaemonStatus();
+                    settle();
+                }).isEmpty());
 
         StandinProcess standin(m_root.path());
         QVERIFY(standin.start({QStringLiteral("--serve"), QStringLiteral("worker"), QStringLiteral("--status-view-port"),
                                QStringLiteral("0")}));
         panel.messageTextField()->clear();
-        QVERIFY(answerAlert([&] { panel.sendMessage(); }).isEmpty()); // nothing to send
+        QVERIFY(answerAlert([&] {
+                    panel.sendMessage();
+                    settle();
+                }).isEmpty()); // nothing to send
         panel.messageTextField()->setText(QStringLiteral("hello worker"));
-        QVERIFY(answerAlert([&] { panel.sendMessage(); }).isEmpty());
-        QVERIFY(answerAlert([&] { panel.testConnection(); }).isEmpty());
+        QVERIFY(answerAlert([&] {
+                    panel.sendMessage();
+                    settle();
+                }).isEmpty());
+        QVERIFY(answerAlert([&] {
+                    panel.testConnection();
+                    settle();
+                }).isEmpty());
         QTRY_VERIFY(standin.standardError().contains(QLatin1String("Message from a client: hello worker")));
 
         // The worker is inactive: selecting inactive sends nothing.
@@ -222,6 +254,7 @@ private Q_SLOTS:
         panel.updateDaemonStatus(); // already active now
         panel.statusControl()->button(HXWorkerDaemonController::kInactiveTag)->setChecked(true);
         panel.updateDaemonStatus();
+        settle();
         QCOMPARE(standin.stop(), 0);
         const QString log = standin.standardError();
         QCOMPARE(log.count(QLatin1String("Worker: activate")), 1);

@@ -9,8 +9,9 @@
 #include "HXDaemonInteraction.h"
 #include "HXNotificationCenter.h"
 #include "HXReportArchive.h"
-#include "HXStatusReport.h"
+#include "HXSerialQueue.h"
 #include "HXStatusBoard.h"
+#include "HXStatusReport.h"
 #include "HXStatusViewRemoteControlManager.h"
 #include "HXSystemLog.h"
 #include "KeyedUnarchiver.h"
@@ -20,12 +21,14 @@
 #include <QDBusMessage>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QMutex>
+#include <QSemaphore>
 #include <QTcpServer>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QThread>
+#include <QTimer>
 #include <QtConcurrent>
-
 #include <signal.h>
 
 // A peer that owns the idle daemon's name but publishes another protocol.
@@ -119,9 +122,23 @@ private Q_SLOTS:
     {
         waitUntilNameIsFree(QStringLiteral("OrvexIdleDaemon"));
         QVERIFY(!HXDaemonInteraction::idleDaemonProxy());
-        QCOMPARE(HXAsk(HXDaemonInteraction::idleDaemonProxy(), &HXIdleDaemonProxy::forceFailures, true), false);
-        QCOMPARE(HXAsk(HXDaemonInteraction::idleDaemonProxy(), &HXIdleDaemonProxy::getIdleSchedule), QVariantMap());
-        QCOMPARE(HXAsk(HXDaemonInteraction::workerDaemonProxy(), &HXWorkerDaemonProxy::numTestsComplete), 0);
+        // A call to nobody answers false, 0 or an empty value.
+        // (The two daemons' queues answer independently of each other.)
+        QVariantList idleAnswers;
+        QVariantList workerAnswers;
+        QObject context;
+        HXDaemonInteraction::askIdleDaemon(
+            &context, [](HXIdleDaemonProxy &idle) { return idle.forceFailures(true); },
+            [&](bool forced) { idleAnswers.append(forced); });
+        HXDaemonInteraction::askIdleDaemon(
+            &context, [](HXIdleDaemonProxy &idle) { return idle.getIdleSchedule(); },
+            [&](const QVariantMap &schedule) { idleAnswers.append(schedule); });
+        HXDaemonInteraction::askWorkerDaemon(
+            &context, [](HXWorkerDaemonProxy &worker) { return worker.numTestsComplete() + 1; },
+            [&](qint64 count) { workerAnswers.append(count); });
+        QTRY_COMPARE(idleAnswers.size() + workerAnswers.size(), 3);
+        QCOMPARE(idleAnswers, QVariantList({false, QVariantMap()}));
+        QCOMPARE(workerAnswers, QVariantList({qint64(0)}));
 
         // No absence is remembered: the first call after the daemon appears finds it.
         StandinProcess standin(m_root.path());
@@ -162,7 +179,6 @@ private Q_SLOTS:
             QVERIFY(!HXRemoteProxy::nameOwner(QDBusConnection::sessionBus(), QStringLiteral("com.talvorn.OrvexIdleDaemon"))
                          .isEmpty());
             QVERIFY(!HXDaemonInteraction::idleDaemonProxy());
-            QCOMPARE(HXAsk(HXDaemonInteraction::idleDaemonProxy(), &HXIdleDaemonProxy::workerDaemonIsEnabled), false);
         }
         waitUntilNameIsFree(QStringLiteral("OrvexIdleDaemon"));
     }
@@ -239,6 +255,167 @@ private Q_SLOTS:
         QVERIFY2(clock.elapsed() < 2500, qPrintable(QString::number(clock.elapsed())));
         QVERIFY(standin.waitForExit(5000));
         QTRY_VERIFY_WITH_TIMEOUT(!HXDaemonInteraction::workerDaemonProxy(), 5000);
+    }
+
+    void serialQueueRunsInOrderAndSyncWaitsForTheRunningItem()
+    {
+        HXSerialQueue queue(QStringLiteral("test.queue"));
+        QList<int> order;
+        QMutex orderLock;
+        QSemaphore release;
+        queue.async([&] {
+            release.acquire(); // holds the queue until the test lets it go
+            QMutexLocker lock(&orderLock);
+            order.append(1);
+        });
+        for (int i = 2; i <= 50; ++i) {
+            queue.async([&, i] {
+                QVERIFY(queue.isCurrent());
+                QMutexLocker lock(&orderLock);
+                order.append(i);
+            });
+        }
+        QVERIFY(!queue.isCurrent());
+        QVERIFY(!queue.waitForIdle(50));
+        // sync() on another thread is exclusive with the item running now.
+        QFuture<int> synced = QtConcurrent::run([&] {
+            return queue.sync([&] {
+                QMutexLocker lock(&orderLock);
+                return int(order.size());
+            });
+        });
+        QThread::msleep(100);
+        QVERIFY(!synced.isFinished());
+        release.release();
+        QVERIFY(queue.waitForIdle(5000));
+        QVERIFY(synced.result() >= 1);
+        QList<int> expected;
+        for (int i = 1; i <= 50; ++i)
+            expected.append(i);
+        QCOMPARE(order, expected);
+    }
+
+    void destroyedQueueLeavesABlockedItemBehindAfterItsGrace()
+    {
+        auto blocked = std::make_shared<QSemaphore>();
+        QElapsedTimer clock;
+        {
+            HXSerialQueue queue(QStringLiteral("test.blocked"));
+            queue.async([blocked] { blocked->acquire(); });
+            QVERIFY(!queue.waitForIdle(20));
+            clock.start();
+        }
+        const qint64 waited = clock.elapsed();
+        QVERIFY2(waited >= HXSerialQueue::kDestructionGrace - 50 &&
+                     waited < HXSerialQueue::kDestructionGrace + 1000,
+                 qPrintable(QString::number(waited)));
+        QVERIFY(m_log.contains(
+            QStringLiteral("test.blocked: abandoning work still waiting for a peer")));
+        blocked->release(); // the abandoned thread ends on its own
+    }
+
+    void answersComeBackOnTheMainThreadInTheOrderAsked()
+    {
+        StandinProcess standin(m_root.path());
+        QVERIFY(standin.start({QStringLiteral("--serve"), QStringLiteral("idle")}));
+        QObject context;
+        QStringList answers;
+        QList<QThread *> threads;
+        auto record = [&](const QString &what) {
+            answers.append(what);
+            threads.append(QThread::currentThread());
+        };
+        HXDaemonInteraction::askIdleDaemon(
+            &context, [](HXIdleDaemonProxy &idle) { return idle.forceFailures(true); },
+            [&](bool forced) { record(QStringLiteral("forced %1").arg(forced)); });
+        HXDaemonInteraction::askIdleDaemon(
+            &context, [](HXIdleDaemonProxy &idle) { return idle.forceFailures(false); },
+            [&](bool forced) { record(QStringLiteral("forced %1").arg(forced)); });
+        HXDaemonInteraction::tellIdleDaemon(
+            [](HXIdleDaemonProxy &idle) { idle.setIsDebugModeEnabled(true); });
+        HXDaemonInteraction::askIdleDaemon(
+            &context, [](HXIdleDaemonProxy &idle) { return idle.isDebugModeEnabled(); },
+            [&](bool enabled) { record(QStringLiteral("debug %1").arg(enabled)); });
+        QTRY_COMPARE(answers.size(), 3);
+        QCOMPARE(answers, QStringList({QStringLiteral("forced 1"), QStringLiteral("forced 0"),
+                                       QStringLiteral("debug 1")}));
+        for (QThread *thread : std::as_const(threads))
+            QCOMPARE(thread, QThread::currentThread());
+    }
+
+    void aStoppedDaemonNeverHoldsUpTheInterfaceThread()
+    {
+        StandinProcess standin(m_root.path());
+        QVERIFY(standin.start({QStringLiteral("--serve"), QStringLiteral("worker")}));
+        QObject context;
+        QList<bool> answers;
+        // Found and cached first, so that the question below goes straight
+        // to the stopped daemon.
+        HXDaemonInteraction::askWorkerDaemon(
+            &context, [](HXWorkerDaemonProxy &worker) { return worker.testDOConnection(); },
+            [&](bool answer) { answers.append(answer); });
+        QTRY_COMPARE(answers, QList<bool>({true}));
+
+        standin.signal(SIGSTOP);
+        QElapsedTimer clock;
+        clock.start();
+        HXDaemonInteraction::askWorkerDaemon(
+            &context, [](HXWorkerDaemonProxy &worker) { return worker.testDOConnection(); },
+            [&](bool answer) { answers.append(answer); });
+        QVERIFY2(clock.elapsed() < 50, qPrintable(QString::number(clock.elapsed())));
+        // The event loop goes on: a timer fires every 10 ms while the call waits.
+        int ticks = 0;
+        QTimer probe;
+        connect(&probe, &QTimer::timeout, [&] { ++ticks; });
+        probe.start(10);
+        QTest::qWait(500);
+        QCOMPARE(answers.size(), 1);
+        QVERIFY2(ticks >= 25, qPrintable(QString::number(ticks)));
+        // Once it runs again, the call answers.
+        standin.signal(SIGCONT);
+        QTRY_COMPARE(answers, QList<bool>({true, true}));
+    }
+
+    void aFailedCallIsLoggedAndAnswersLikeNobody()
+    {
+        StandinProcess standin(m_root.path());
+        QVERIFY(standin.start({QStringLiteral("--serve"), QStringLiteral("worker")}));
+        QObject context;
+        QList<qint64> answers;
+        HXDaemonInteraction::askWorkerDaemon(
+            &context,
+            [](HXWorkerDaemonProxy &worker) { return worker.isActive() ? qint64(1) : qint64(2); },
+            [&](qint64 answer) { answers.append(answer); });
+        QTRY_COMPARE(answers, QList<qint64>({2}));
+        standin.signal(SIGSTOP);
+        HXDaemonInteraction::askWorkerDaemon(
+            &context, [](HXWorkerDaemonProxy &worker) { return worker.numTestsComplete() + 7; },
+            [&](qint64 answer) { answers.append(answer); });
+        QTest::qWait(200);
+        standin.signal(SIGKILL);
+        QTRY_COMPARE_WITH_TIMEOUT(answers, QList<qint64>({2, 0}), 5000);
+        QVERIFY(standin.waitForExit(5000));
+        const QString logged =
+            m_log.filter(QStringLiteral("com.talvorn.hxdaemoninteraction.workerdaemonproxy: "))
+                .join(QLatin1Char('\n'));
+        QVERIFY2(logged.contains(QLatin1String("NoReply")),
+                 qPrintable(m_log.join(QLatin1Char('\n'))));
+    }
+
+    void anAnswerWhoseAskerIsGoneIsDropped()
+    {
+        auto gone = std::make_unique<QObject>();
+        QObject stays;
+        QStringList answers;
+        HXDaemonInteraction::askIdleDaemon(
+            gone.get(), [](HXIdleDaemonProxy &idle) { return idle.workerDaemonIsEnabled(); },
+            [&](bool) { answers.append(QStringLiteral("gone")); });
+        gone.reset();
+        // The marker, asked after it through the same queue.
+        HXDaemonInteraction::askIdleDaemon(
+            &stays, [](HXIdleDaemonProxy &idle) { return idle.workerDaemonIsEnabled(); },
+            [&](bool) { answers.append(QStringLiteral("marker")); });
+        QTRY_COMPARE(answers, QStringList({QStringLiteral("marker")}));
     }
 
     void agentIdentityAndLookup()

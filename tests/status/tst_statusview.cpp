@@ -3,8 +3,10 @@
 // one testing pass of the stand-in daemons seen end to end.
 #include "HXAnimationTiming.h"
 #include "HXConstants.h"
+#include "HXDBusNames.h"
 #include "HXDBusNotificationCenter.h"
 #include "HXDaemonInteraction.h"
+#include "HXDaemonPresence.h"
 #include "HXIconAnimate.h"
 #include "HXMachineProbes.h"
 #include "HXNotificationCenter.h"
@@ -105,6 +107,41 @@ private Q_SLOTS:
     }
 
     void init() { m_machine = HXFakeMachineProbes(); }
+
+    void saysWhenTheDaemonsAreNotRunning()
+    {
+        auto source = reporter();
+        auto c = controller(source.get());
+        QLabel *line = c->daemonsMissingText();
+        QCOMPARE(line->text(), QStringLiteral("The Orvex daemons are not running."));
+        QTRY_VERIFY(!line->isHidden());
+
+        // The idle daemon alone is not enough. A watcher of the idle daemon
+        // alone on the same bus is the marker: once it has seen the daemon
+        // come, so has the status tab.
+        HXDaemonPresence idleOnly(HXDBusNames::daemonBus(), {QStringLiteral("OrvexIdleDaemon")});
+        StandinProcess idle(m_root.path());
+        QVERIFY(idle.start({QStringLiteral("--serve"), QStringLiteral("idle")}));
+        QTRY_VERIFY(idleOnly.daemonsAreRunning());
+        QVERIFY(!line->isHidden());
+
+        StandinProcess worker(m_root.path());
+        QVERIFY(worker.start({QStringLiteral("--serve"), QStringLiteral("worker"),
+                              QStringLiteral("--status-view-port"), QStringLiteral("0")}));
+        QTRY_VERIFY(line->isHidden());
+        QCOMPARE(worker.stop(), 0);
+        QTRY_VERIFY(!line->isHidden());
+        QCOMPARE(idle.stop(), 0);
+
+        // Both already there when the tab is made: the line never shows.
+        QVERIFY(idle.start({QStringLiteral("--serve"), QStringLiteral("idle,worker"),
+                            QStringLiteral("--status-view-port"), QStringLiteral("0")}));
+        auto later = controller(source.get());
+        HXDaemonPresence marker;
+        QTRY_VERIFY(marker.isKnown());
+        QVERIFY(later->daemonsMissingText()->isHidden());
+        QCOMPARE(idle.stop(), 0);
+    }
 
     void groupsFollowTheReport()
     {

@@ -31,6 +31,10 @@ public:
 
     static int liveSlot(HXTest test); // -1 for tests without a live status
 
+    // For tests of the application: die without answering when a live status
+    // is asked for, as a worker that crashes in the middle of a call.
+    void setExitDuringStatusCall(bool exit) { m_exitDuringStatusCall = exit; }
+
 Q_SIGNALS:
     void testingStopped();
 
@@ -73,4 +77,5 @@ private:
     std::array<qint32, 8> m_live{};
     qint64 m_testsComplete = 0;
     qint32 m_currentTestType = 0;
+    bool m_exitDuringStatusCall = false;
 };

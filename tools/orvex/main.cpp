@@ -3,8 +3,11 @@
 #include "HXApplication.h"
 #include "HXArtwork.h"
 #include "HXDBusNotificationCenter.h"
+#include "HXDaemonInteraction.h"
 #include "HXMainWindowController.h"
 #include "HXStatusViewController.h"
+#include "HXStopSignals.h"
+#include "HXSystemLog.h"
 
 #include <QCloseEvent>
 #include <QDBusConnection>
@@ -13,8 +16,8 @@
 #include <QFile>
 #include <QIcon>
 #include <QTimer>
-
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 namespace {
@@ -149,6 +152,8 @@ int main(int argc, char **argv)
         return 2;
     }
 
+    // Before any thread starts, so that only the event loop sees them.
+    HXStopSignals::block();
     HXApplication app(argc, argv);
     QCoreApplication::setOrganizationName(QStringLiteral("talvorn"));
     QCoreApplication::setApplicationName(QStringLiteral("Orvex"));
@@ -200,8 +205,18 @@ int main(int argc, char **argv)
             QCoreApplication::exit(saved ? 0 : 1);
         });
     }
+    // Logging out or systemd ends the application as Quit would.
+    HXStopSignals stop;
+    QObject::connect(&stop, &HXStopSignals::received, &app, [] { QCoreApplication::quit(); });
     const int exitStatus = app.exec();
     delegate.applicationWillTerminate();
+    // A daemon that stopped answering must not hold up quitting: what is
+    // still waiting for it is given a second, then left behind.
+    if (!HXDaemonInteraction::waitForQueues(1000)) {
+        HXSystemLog::write(QStringLiteral("Quitting while a daemon has not answered"));
+        std::fflush(nullptr);
+        std::_Exit(exitStatus);
+    }
     return exitStatus;
 }
 
