@@ -8,7 +8,8 @@
 // Shared helpers of the test suites.
 namespace TestSupport {
 
-// A file of the shared fixture folder (real files made by other software).
+// A file of tests/fixtures/plist (real files made by other software, kept
+// byte for byte as their README lists them).
 QString fixture(const QString &relativePath);
 bool fixturesAvailable();
 QByteArray readFile(const QString &path);
