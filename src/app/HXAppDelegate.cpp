@@ -16,7 +16,6 @@
 #include <QGuiApplication>
 #include <QMenu>
 #include <QMenuBar>
-#include <QPrintDialog>
 #include <QPrinter>
 #include <QUrl>
 #include <QVBoxLayout>
@@ -216,13 +215,16 @@ void HXAppDelegate::saveLogAsPDF()
 
 void HXAppDelegate::print()
 {
-    // Read and ignored: the log is always printed as text.
+    // Read and ignored: the log is always printed as the worker's text.
     (void)m_options.defaults->value(HXPrintPreferenceIsTextKey).toBool();
-    QPrinter printer;
-    QPrintDialog dialog(&printer, m_mainWindowController);
-    if (dialog.exec() != QDialog::Accepted)
+    // One printer for the session, so the panel keeps what was chosen last.
+    if (!m_printer)
+        m_printer = std::make_unique<QPrinter>(QPrinter::HighResolution);
+    if (!prompts()->askPrintSettings(m_printer.get()))
         return;
-    HXLogDocuments::printWorkerLog(&printer);
+    QString why;
+    if (!HXLogDocuments::printWorkerLog(m_printer.get(), &why))
+        prompts()->presentError({QString(), 0, why});
 }
 
 bool HXAppDelegate::applicationShouldTerminate()

@@ -3,6 +3,7 @@
 #include <QCoreApplication>
 #include <QFileDialog>
 #include <QMessageBox>
+#include <QPrintDialog>
 #include <QPushButton>
 
 bool HXDialogPrompts::askDebugMode()
@@ -57,4 +58,10 @@ int HXDialogPrompts::askQuitAnyway()
     alert.exec();
     // The first button answers 1000, the second 1001: never 0.
     return alert.clickedButton() == quit ? 1000 : 1001;
+}
+
+bool HXDialogPrompts::askPrintSettings(QPrinter *printer)
+{
+    QPrintDialog panel(printer, m_window);
+    return panel.exec() == QDialog::Accepted;
 }
