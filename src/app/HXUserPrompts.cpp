@@ -25,8 +25,12 @@ void HXDialogPrompts::presentError(const HXError &error)
                       error.description.isEmpty() ? QCoreApplication::translate("HXAppDelegate", "The operation could not be completed.")
                                                   : error.description,
                       QMessageBox::Ok, m_window);
+    QStringList details;
+    if (!error.failureReason.isEmpty())
+        details.append(error.failureReason);
     if (!error.domain.isEmpty())
-        alert.setInformativeText(QStringLiteral("%1 error %2").arg(error.domain).arg(error.code));
+        details.append(QStringLiteral("(%1 error %2)").arg(error.domain).arg(error.code));
+    alert.setInformativeText(details.join(QLatin1Char('\n')));
     alert.exec();
 }
 

@@ -14,9 +14,12 @@
 #include "StandinProcess.h"
 #include "TestSupport.h"
 
+#include <QAction>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QMenu>
+#include <QMenuBar>
 #include <QPrinter>
 #include <QProcess>
 #include <QRegularExpression>
@@ -119,6 +122,55 @@ QList<PdfWord> pdfWords(const QString &path)
     return words;
 }
 
+// Rows of an entity as a second reader of the store's file sees them: what
+// was saved, not what the store holds in its open transaction.
+qint64 savedRows(const QString &storePath, const QString &entity)
+{
+    qint64 rows = -1;
+    {
+        QSqlDatabase reader =
+            QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("reader"));
+        reader.setDatabaseName(storePath);
+        reader.setConnectOptions(QStringLiteral("QSQLITE_OPEN_READONLY"));
+        QSqlQuery query(reader);
+        if (reader.open() &&
+            query.exec(QStringLiteral("SELECT COUNT(*) FROM \"%1\"").arg(entity)) && query.next())
+            rows = query.value(0).toLongLong();
+    }
+    QSqlDatabase::removeDatabase(QStringLiteral("reader"));
+    return rows;
+}
+
+bool isSQLiteFile(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) && file.read(16) == QByteArray("SQLite format 3\0", 16);
+}
+
+// The File menu's items as a person reads them: title and shortcut.
+QStringList fileMenu(HXAppDelegate &delegate)
+{
+    QStringList items;
+    const auto actions = delegate.menuBar()->actions().value(0)->menu()->actions();
+    for (QAction *action : actions) {
+        items.append(QStringLiteral("%1 %2")
+                         .arg(action->text().remove(QLatin1Char('&')),
+                              action->shortcut().toString(QKeySequence::PortableText))
+                         .trimmed());
+    }
+    return items;
+}
+
+QAction *fileMenuItem(HXAppDelegate &delegate, const QString &title)
+{
+    const auto actions = delegate.menuBar()->actions().value(0)->menu()->actions();
+    for (QAction *action : actions) {
+        if (action->text().remove(QLatin1Char('&')) == title)
+            return action;
+    }
+    return nullptr;
+}
+
 void writeFile(const QString &path, const QByteArray &bytes)
 {
     QDir().mkpath(QFileInfo(path).absolutePath());
@@ -188,10 +240,144 @@ private Q_SLOTS:
         QCOMPARE(prompts.errors[0].description,
                  QStringLiteral("Expected a folder to store application data, found a file (%1).").arg(folder));
         QCOMPARE(prompts.errors[1].code, 9999);
-        QVERIFY(prompts.errors[1].description.startsWith(QLatin1String("Failed to initialize the store")));
+        QCOMPARE(prompts.errors[1].description, QStringLiteral("Failed to initialize the store"));
+        QCOMPARE(prompts.errors[1].failureReason,
+                 QStringLiteral("There was an error building up the data file."));
         // Nothing was made, so quitting asks nothing.
         QVERIFY(delegate.applicationShouldTerminate());
         QVERIFY(prompts.asked.isEmpty());
+    }
+
+    // The window asks for its undo manager when it first becomes active, and
+    // that opens the store; Save (Ctrl+S) saves it, and the log's text has
+    // moved to Ctrl+Shift+S.
+    void theStoreOpensWhenTheWindowFirstBecomesActive()
+    {
+        const QString folder = m_root.filePath(QStringLiteral("store-window"));
+        const QString path = folder + QStringLiteral("/Orvex.storedata");
+        QSettings defaults(m_root.filePath(QStringLiteral("window.conf")), QSettings::IniFormat);
+        ScriptedPrompts prompts;
+        HXAppDelegate::Options o = options(&prompts, folder);
+        o.defaults = &defaults;
+        HXAppDelegate delegate(o);
+        delegate.applicationDidFinishLaunching({});
+        QCOMPARE(fileMenu(delegate), QStringList({QStringLiteral("Save Ctrl+S"),
+                                                  QStringLiteral("Save Log as Text… Ctrl+Shift+S"),
+                                                  QStringLiteral("Save Log as PDF…"),
+                                                  QStringLiteral("Print Log… Ctrl+P"), QString(),
+                                                  QStringLiteral("Quit Ctrl+Q")}));
+        QVERIFY(!QFile::exists(path));
+
+        delegate.window()->show();
+        QVERIFY(QTest::qWaitForWindowActive(delegate.window()));
+        QTRY_VERIFY(isSQLiteFile(path));
+        HXPersistentStore *store = delegate.persistentStore();
+        QVERIFY(store);
+        QCOMPARE(store->path(), path);
+        QVERIFY(prompts.errors.isEmpty());
+
+        HXError error;
+        QVERIFY(store->insert(QStringLiteral("Disk"), QStringLiteral("sda"), QString(), &error));
+        QCOMPARE(savedRows(path, QStringLiteral("Disk")), 0);
+        QTest::keyClick(delegate.window(), Qt::Key_S, Qt::ControlModifier);
+        QCOMPARE(savedRows(path, QStringLiteral("Disk")), 1);
+        QVERIFY(!store->hasChanges());
+        QVERIFY(prompts.asked.isEmpty());
+        QTest::keyClick(delegate.window(), Qt::Key_S, Qt::ControlModifier | Qt::ShiftModifier);
+        QCOMPARE(prompts.asked, QStringList{QStringLiteral("Orvex Log.txt txt,log")});
+        QVERIFY(delegate.applicationShouldTerminate());
+    }
+
+    // The alerts a person sees when the store cannot be made, over the
+    // window, in order; Save afterwards shows only its own.
+    void storeFailuresAreShownOverTheWindow_data()
+    {
+        QTest::addColumn<QString>(
+            "blocker"); // "folder": the store's folder is a file; "store": the store is a folder
+        QTest::newRow("the folder is a file") << QStringLiteral("folder");
+        QTest::newRow("the store is a folder") << QStringLiteral("store");
+    }
+    void storeFailuresAreShownOverTheWindow()
+    {
+        QFETCH(QString, blocker);
+        const QString folder = m_root.filePath(QStringLiteral("blocked-") + blocker);
+        const QString path = folder + QStringLiteral("/Orvex.storedata");
+        if (blocker == QLatin1String("folder"))
+            writeFile(folder, "not a folder");
+        else
+            QVERIFY(QDir().mkpath(path));
+        QSettings defaults(m_root.filePath(QStringLiteral("blocked.conf")), QSettings::IniFormat);
+        HXAppDelegate::Options o; // the real alerts
+        o.storeFolder = folder;
+        o.defaults = &defaults;
+        o.wakeServer = false;
+        HXAppDelegate delegate(o);
+        TestSupport::AlertAnswerer answerer;
+        delegate.applicationDidFinishLaunching({});
+        delegate.window()->show();
+        // Counted between rounds of the event loop: the two alerts come from
+        // one request, which has ended by the time both are answered.
+        QTRY_COMPARE(answerer.alerts().size(), 2);
+        const QStringList first = answerer.alerts().at(0);
+        if (blocker == QLatin1String("folder")) {
+            QCOMPARE(
+                first,
+                QStringList({QStringLiteral(
+                                 "Expected a folder to store application data, found a file (%1).")
+                                 .arg(folder),
+                             QStringLiteral("(com.talvorn.OrvexErrorDomain error 101)"),
+                             QStringLiteral("OK")}));
+        } else {
+            QVERIFY2(first.value(0).contains(path), qPrintable(first.join(QLatin1Char('|'))));
+            QVERIFY(QFileInfo(path).isDir()); // deleting the store did not take the folder
+        }
+        const QStringList initialize{
+            QStringLiteral("Failed to initialize the store"),
+            QStringLiteral("There was an error building up the data file.\n"
+                           "(com.talvorn.OrvexErrorDomain error 9999)"),
+            QStringLiteral("OK")};
+        QCOMPARE(answerer.alerts().at(1), initialize);
+
+        QAction *save = fileMenuItem(delegate, QStringLiteral("Save"));
+        QVERIFY(save);
+        save->trigger();
+        QCOMPARE(answerer.alerts().size(), 3);
+        QCOMPARE(answerer.alerts().at(2), initialize);
+        QVERIFY(delegate.applicationShouldTerminate());
+    }
+
+    // The program itself, as started from the desktop: its window's first
+    // activation makes the store in the XDG data folder, and a damaged
+    // store from before is replaced by a good one.
+    void aRealRunMakesTheStore_data()
+    {
+        QTest::addColumn<QByteArray>("before");
+        QTest::newRow("no store yet") << QByteArray();
+        QTest::newRow("a damaged store") << QByteArray(8192, 'x');
+    }
+    void aRealRunMakesTheStore()
+    {
+        QFETCH(QByteArray, before);
+        QTemporaryDir root;
+        const QString path = root.filePath(QStringLiteral("data/Orvex/Orvex.storedata"));
+        if (!before.isEmpty())
+            writeFile(path, before);
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+        env.insert(QStringLiteral("XDG_DATA_HOME"), root.filePath(QStringLiteral("data")));
+        env.insert(QStringLiteral("XDG_CONFIG_HOME"), root.filePath(QStringLiteral("config")));
+        env.insert(QStringLiteral("ORVEX_ROOT"), root.path());
+        QProcess orvex;
+        orvex.setProcessEnvironment(env);
+        orvex.start(QStringLiteral(ORVEX_APP_PATH));
+        QVERIFY(orvex.waitForStarted());
+        QTRY_VERIFY_WITH_TIMEOUT(isSQLiteFile(path) || orvex.state() != QProcess::Running, 20000);
+        QVERIFY2(orvex.state() == QProcess::Running, orvex.readAllStandardError().constData());
+        QVERIFY(isSQLiteFile(path));
+        for (const QString &entity : HXPersistentStore::kEntityNames)
+            QCOMPARE(savedRows(path, entity), 0);
+        orvex.terminate();
+        QVERIFY(orvex.waitForFinished(10000));
     }
 
     void damagedStoreIsReplacedWithoutAsking()
