@@ -36,13 +36,18 @@ for target in build-fuzz/tests/fuzz/fuzz_*; do
     name=$(basename "$target")
     corpus=$(mktemp -d)
     cp tests/fuzz/corpus/"${name#fuzz_}"/* "$corpus"/
-    # The property lists other software wrote, malformed ones included.
-    if [ -d ../shared/fixtures/plist ]; then
-        find ../shared/fixtures/plist -type f ! -name '*.md' -exec cp {} "$corpus"/ \;
-    fi
+    # The property lists other software wrote, malformed ones included; a
+    # shared fixture folder beside the checkout may hold more.
+    for fixtures in tests/fixtures/plist ../shared/fixtures/plist; do
+        if [ -d "$fixtures" ]; then
+            find "$fixtures" -type f ! -name '*.md' -exec cp {} "$corpus"/ \;
+        fi
+    done
     echo "-- $name"
     set +e
-    "$target" -max_total_time="$fuzz_seconds" -rss_limit_mb=2048 -timeout=10 \
+    # Inputs capped at 8 KB: uncapped, the inputs grow to tens of kilobytes
+    # and the run slows from thousands of inputs a second to hundreds.
+    "$target" -max_total_time="$fuzz_seconds" -max_len=8192 -rss_limit_mb=2048 -timeout=10 \
         -print_final_stats=1 -artifact_prefix="$artifacts/" "$corpus" >"$artifacts/$name.log" 2>&1
     status=$?
     set -e

@@ -2,12 +2,16 @@
 
 #include "PlistUid.h"
 
+#include <QAbstractButton>
+#include <QApplication>
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonObject>
+#include <QMessageBox>
 #include <QProcess>
+#include <QTimer>
 
 namespace TestSupport {
 
@@ -220,6 +224,47 @@ bool samePlistValue(const QVariant &a, const QVariant &b, QString *where)
     if (a == b)
         return true;
     return mismatch(QStringLiteral("%1 != %2").arg(a.toString(), b.toString()));
+}
+
+AlertAnswerer::AlertAnswerer(const QString &press)
+    : m_press(press)
+    , m_poll(std::make_unique<QTimer>())
+{
+    QObject::connect(m_poll.get(), &QTimer::timeout, [this] { answer(); });
+    m_poll->start(10);
+}
+
+AlertAnswerer::~AlertAnswerer() = default;
+
+void AlertAnswerer::answer()
+{
+    auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+    // A box already answered may stay on the modal stack until its loop
+    // next runs.
+    if (!box || !box->isVisible() || m_answered.contains(box))
+        return;
+    m_answered.append(box);
+    QStringList seen{box->text(), box->informativeText()};
+    QAbstractButton *pressed = nullptr;
+    const auto buttons = box->buttons();
+    for (QAbstractButton *button : buttons) {
+        const QString title = button->text().remove(QLatin1Char('&'));
+        seen.append(title);
+        if (!m_press.isEmpty() && title == m_press)
+            pressed = button;
+    }
+    m_alerts.append(seen);
+    if (pressed)
+        pressed->click();
+    else
+        box->reject();
+}
+
+QStringList answerAlert(const std::function<void()> &action, const QString &press)
+{
+    AlertAnswerer answerer(press);
+    action();
+    return answerer.alerts().isEmpty() ? QStringList() : answerer.alerts().constLast();
 }
 
 } // namespace TestSupport

@@ -16,7 +16,6 @@
 #include <QGuiApplication>
 #include <QMenu>
 #include <QMenuBar>
-#include <QPrintDialog>
 #include <QPrinter>
 #include <QUrl>
 #include <QVBoxLayout>
@@ -68,6 +67,12 @@ void HXAppDelegate::applicationDidFinishLaunching(Qt::KeyboardModifiers held)
     m_mainWindowController = new HXMainWindowController(windowOptions);
     if (m_dialogs)
         m_dialogs->setWindow(m_mainWindowController);
+    // The window's undo manager is the store's context: asking for it opens
+    // the store. Queued, so that a failure's alerts come over a window that
+    // has finished becoming active.
+    connect(
+        m_mainWindowController, &HXMainWindowController::undoManagerRequested, this,
+        [this] { managedObjectContext(); }, Qt::QueuedConnection);
 
     buildMenus();              // (a) the log menu and its delegate
                                // (b) the help reporter arrives with its own window
@@ -81,11 +86,16 @@ void HXAppDelegate::buildMenus()
 {
     m_menuBar = new QMenuBar(m_mainWindowController);
     auto *file = m_menuBar->addMenu(tr("&File"));
-    file->addAction(tr("Save Log as &PDF…"), this, &HXAppDelegate::saveLogAsPDF);
-    file->addAction(tr("Save Log as &Text…"), QKeySequence::Save, this, &HXAppDelegate::saveLogAsText);
-    file->addAction(tr("&Print Log…"), QKeySequence::Print, this, &HXAppDelegate::print);
+    file->addAction(tr("&Save"), QKeySequence(Qt::CTRL | Qt::Key_S), this,
+                    &HXAppDelegate::saveAction);
+    file->addAction(tr("Save Log as &Text…"), QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_S), this,
+                    &HXAppDelegate::saveLogAsText);
+    file->addAction(tr("Save Log as P&DF…"), this, &HXAppDelegate::saveLogAsPDF);
+    file->addAction(tr("&Print Log…"), QKeySequence(Qt::CTRL | Qt::Key_P), this,
+                    &HXAppDelegate::print);
     file->addSeparator();
-    file->addAction(tr("&Quit"), QKeySequence::Quit, qApp, &QApplication::closeAllWindows);
+    file->addAction(tr("&Quit"), QKeySequence(Qt::CTRL | Qt::Key_Q), qApp,
+                    &QApplication::closeAllWindows);
 
     m_logMenu = m_menuBar->addMenu(tr("&Log"));
     // Kept up to date while the menu is open; the reset item itself comes
@@ -182,9 +192,8 @@ HXPersistentStore *HXAppDelegate::managedObjectContext()
     m_contextMade = true;
     HXPersistentStore *store = persistentStore();
     if (!store)
-        prompts()->presentError({HXOrvexErrorDomain, 9999,
-                                 tr("Failed to initialize the store") + QStringLiteral("\n") +
-                                     tr("There was an error building up the data file.")});
+        prompts()->presentError({HXOrvexErrorDomain, 9999, tr("Failed to initialize the store"),
+                                 tr("There was an error building up the data file.")});
     return store;
 }
 
@@ -220,13 +229,16 @@ void HXAppDelegate::saveLogAsPDF()
 
 void HXAppDelegate::print()
 {
-    // Read and ignored: the log is always printed as text.
+    // Read and ignored: the log is always printed as the worker's text.
     (void)m_options.defaults->value(HXPrintPreferenceIsTextKey).toBool();
-    QPrinter printer;
-    QPrintDialog dialog(&printer, m_mainWindowController);
-    if (dialog.exec() != QDialog::Accepted)
+    // One printer for the session, so the panel keeps what was chosen last.
+    if (!m_printer)
+        m_printer = std::make_unique<QPrinter>(QPrinter::HighResolution);
+    if (!prompts()->askPrintSettings(m_printer.get()))
         return;
-    HXLogDocuments::printWorkerLog(&printer);
+    QString why;
+    if (!HXLogDocuments::printWorkerLog(m_printer.get(), &why))
+        prompts()->presentError({QString(), 0, why});
 }
 
 bool HXAppDelegate::applicationShouldTerminate()

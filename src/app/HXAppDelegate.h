@@ -16,6 +16,7 @@
 class HXViewController;
 class QMenu;
 class QMenuBar;
+class QPrinter;
 
 inline const QString kOrvexDebugModeKey = QStringLiteral("kOrvexDebugModeKey");
 inline const QString HXPrintPreferenceIsTextKey = QStringLiteral("HXPrintPreferenceIsTextKey");
@@ -96,6 +97,7 @@ private:
     QMenuBar *m_menuBar = nullptr;
     QMenu *m_logMenu = nullptr;
     std::unique_ptr<HXPersistentStore> m_store;
+    std::unique_ptr<QPrinter> m_printer; // the shared print settings
     bool m_storeTried = false;
     bool m_contextMade = false;
     bool m_userNotificationsEnabled = false;

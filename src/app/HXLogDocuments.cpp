@@ -121,17 +121,33 @@ bool saveLogAsPdf(const QString &destination, const HXStatusReportRef &report, Q
     return true;
 }
 
-void printWorkerLog(QPrinter *printer)
+bool printWorkerLog(QPrinter *printer, QString *error)
 {
+    QString why;
+    const QString text = workerLogText(&why);
+    if (!why.isEmpty()) {
+        *error = why;
+        return false;
+    }
     QTextDocument document;
-    QString ignored;
-    document.setPlainText(workerLogText(&ignored));
+    document.setPlainText(text);
     QFont mono(QStringLiteral("monospace"));
     mono.setStyleHint(QFont::Monospace);
     mono.setPointSize(9);
     document.setDefaultFont(mono);
-    document.setPageSize(printer->pageLayout().paintRectPixels(printer->resolution()).size());
+    // Without a page size of its own, the document is laid out on the
+    // printer's printable rectangle at the printer's resolution: lines wrap
+    // at the page's width and the pages follow one another.
     document.print(printer);
+    if (printer->printerState() == QPrinter::Error) {
+        *error = printer->outputFileName().isEmpty()
+                     ? QStringLiteral("The printer “%1” refused the worker's log.")
+                           .arg(printer->printerName())
+                     : QStringLiteral("The worker's log could not be printed to “%1”.")
+                           .arg(printer->outputFileName());
+        return false;
+    }
+    return true;
 }
 
 } // namespace HXLogDocuments

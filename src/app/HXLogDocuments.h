@@ -25,7 +25,9 @@ QTextDocument *logPrintDocument(const HXStatusReportRef &report);
 // That table as a PDF, paginated vertically; an existing file is replaced.
 bool saveLogAsPdf(const QString &destination, const HXStatusReportRef &report, QString *error);
 
-// The worker's log file as plain text, as wide as the printable page.
-void printWorkerLog(QPrinter *printer);
+// The worker's log file as plain text, as wide as the printable page and
+// continued over as many pages as it takes; false, with the reason, when the
+// file cannot be read (nothing is printed then) or the printer refuses.
+bool printWorkerLog(QPrinter *printer, QString *error);
 
 } // namespace HXLogDocuments

@@ -172,6 +172,15 @@ void HXMainWindowController::setButtonTextColor(QPushButton *button)
     button->setPalette(palette);
 }
 
+bool HXMainWindowController::event(QEvent *event)
+{
+    if (event->type() == QEvent::WindowActivate && !m_undoManagerRequested) {
+        m_undoManagerRequested = true;
+        Q_EMIT undoManagerRequested();
+    }
+    return QWidget::event(event);
+}
+
 void HXMainWindowController::paintEvent(QPaintEvent *)
 {
     QPainter p(this);

@@ -92,6 +92,11 @@ public:
 
     static void setButtonTextColor(QPushButton *button);
 
+Q_SIGNALS:
+    // Sent once, when the window first becomes active: the window asks for
+    // its undo manager.
+    void undoManagerRequested();
+
 public Q_SLOTS:
     void showStatusTab();
     void showLogTab();
@@ -104,6 +109,7 @@ public Q_SLOTS:
     void testingFinishedStatus();
 
 protected:
+    bool event(QEvent *event) override;
     void paintEvent(QPaintEvent *event) override;
 
 private:
@@ -125,6 +131,7 @@ private:
     HXProgress *m_testProgress = nullptr;
     QLabel *m_versionString = nullptr;
     bool m_isTesting = false;
+    bool m_undoManagerRequested = false;
     std::vector<HXNotificationCenter::Token> m_localTokens;
     HXDBusNotificationCenter::Token m_agentToken = 0;
 };

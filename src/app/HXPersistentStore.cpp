@@ -93,7 +93,8 @@ bool HXPersistentStore::addStore(QString *why)
     // a stray, so give up after a second rather than freeze the window.
     db.setConnectOptions(QStringLiteral("QSQLITE_BUSY_TIMEOUT=1000"));
     if (!db.open()) {
-        *why = db.lastError().text();
+        *why = QStringLiteral("The store %1 could not be opened: %2")
+                   .arg(m_path, db.lastError().text());
         return false;
     }
     QSqlQuery query(db);

@@ -3,6 +3,7 @@
 #include <QCoreApplication>
 #include <QFileDialog>
 #include <QMessageBox>
+#include <QPrintDialog>
 #include <QPushButton>
 
 bool HXDialogPrompts::askDebugMode()
@@ -24,8 +25,12 @@ void HXDialogPrompts::presentError(const HXError &error)
                       error.description.isEmpty() ? QCoreApplication::translate("HXAppDelegate", "The operation could not be completed.")
                                                   : error.description,
                       QMessageBox::Ok, m_window);
+    QStringList details;
+    if (!error.failureReason.isEmpty())
+        details.append(error.failureReason);
     if (!error.domain.isEmpty())
-        alert.setInformativeText(QStringLiteral("%1 error %2").arg(error.domain).arg(error.code));
+        details.append(QStringLiteral("(%1 error %2)").arg(error.domain).arg(error.code));
+    alert.setInformativeText(details.join(QLatin1Char('\n')));
     alert.exec();
 }
 
@@ -57,4 +62,10 @@ int HXDialogPrompts::askQuitAnyway()
     alert.exec();
     // The first button answers 1000, the second 1001: never 0.
     return alert.clickedButton() == quit ? 1000 : 1001;
+}
+
+bool HXDialogPrompts::askPrintSettings(QPrinter *printer)
+{
+    QPrintDialog panel(printer, m_window);
+    return panel.exec() == QDialog::Accepted;
 }

@@ -5,6 +5,7 @@
 #include <QString>
 #include <QStringList>
 
+class QPrinter;
 class QWidget;
 
 // The questions and messages the application puts to the user, behind one
@@ -20,6 +21,9 @@ public:
     virtual QString askSavePath(const QString &proposedName, const QStringList &extensions) = 0;
     // "Could not save changes while quitting. Quit anyway?"; the answer.
     virtual int askQuitAnyway() = 0;
+    // The print panel over `printer`, whose settings it changes; false when
+    // cancelled.
+    virtual bool askPrintSettings(QPrinter *printer) = 0;
 };
 
 // The real dialogs, over `window`.
@@ -36,6 +40,7 @@ public:
     void presentError(const HXError &error) override;
     QString askSavePath(const QString &proposedName, const QStringList &extensions) override;
     int askQuitAnyway() override;
+    bool askPrintSettings(QPrinter *printer) override;
 
 private:
     QWidget *m_window;

@@ -5,9 +5,19 @@
 // An error as the installer reports it: a domain, a code and a sentence.
 struct HXError
 {
+    HXError() = default;
+    HXError(QString domain, qint64 code, QString description, QString failureReason = QString())
+        : domain(std::move(domain))
+        , code(code)
+        , description(std::move(description))
+        , failureReason(std::move(failureReason))
+    {
+    }
+
     QString domain;
     qint64 code = 0;
     QString description;
+    QString failureReason; // why, when the description alone does not say
 };
 
 // Installs a privileged helper: polkit's pkexec asks an administrator and

@@ -9,19 +9,19 @@
 #include "HXSystemLog.h"
 #include "HXWorkerDaemonController.h"
 #include "StandinProcess.h"
+#include "TestSupport.h"
 
-#include <QAbstractButton>
 #include <QApplication>
 #include <QButtonGroup>
 #include <QDir>
 #include <QFile>
 #include <QLabel>
 #include <QLineEdit>
-#include <QMessageBox>
 #include <QPushButton>
 #include <QTemporaryDir>
 #include <QTest>
-#include <QTimer>
+
+using TestSupport::answerAlert;
 
 class TestDebugControls : public QObject
 {
@@ -31,26 +31,6 @@ private:
     QTemporaryDir m_root;
 
     static QString idle() { return HXProductPaths::isIdleMarker(); }
-
-    // Runs `action`, answering the modal alert it opens; the alert's texts, or
-    // nothing when none opened.
-    static QStringList answerAlert(const std::function<void()> &action)
-    {
-        QStringList seen;
-        QTimer poll;
-        QObject::connect(&poll, &QTimer::timeout, [&] {
-            if (auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget())) {
-                seen = {box->text(), box->informativeText()};
-                const auto buttons = box->buttons();
-                for (QAbstractButton *b : buttons)
-                    seen.append(b->text().remove(QLatin1Char('&')));
-                box->reject();
-            }
-        });
-        poll.start(10);
-        action();
-        return seen;
-    }
 
     // Lets the daemon queues run what they were given and hands their
     // answers to whoever asked.

@@ -20,6 +20,7 @@
 #include <QSettings>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTimer>
 
 namespace {
 
@@ -311,11 +312,15 @@ private Q_SLOTS:
         QVERIFY(!w.window->isTesting());
         QCOMPARE(w.window->testProgress()->value(), 0.0);
         // The step already scheduled still adds its one, then the bar stops.
-        QTest::qWait(250);
-        const double settledValue = w.window->testProgress()->value();
-        QVERIFY(settledValue <= 1.0);
-        QTest::qWait(250);
-        QCOMPARE(w.window->testProgress()->value(), settledValue);
+        // The marker runs on the bar's own clock: two steps' time, started
+        // after the stop, so a step that the last one scheduled would come
+        // before it.
+        bool marked = false;
+        QTimer::singleShot(100, w.window.get(), [&] {
+            QTimer::singleShot(100, w.window.get(), [&] { marked = true; });
+        });
+        QTRY_VERIFY(marked);
+        QCOMPARE(w.window->testProgress()->value(), 1.0);
     }
 };
 

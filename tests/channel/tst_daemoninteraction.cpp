@@ -29,6 +29,8 @@
 #include <QThread>
 #include <QTimer>
 #include <QtConcurrent>
+
+#include <atomic>
 #include <signal.h>
 
 // A peer that owns the idle daemon's name but publishes another protocol.
@@ -237,22 +239,31 @@ private Q_SLOTS:
         QVERIFY_THROWS_EXCEPTION(HXDaemonInteractionException, stuck->isActive());
         QVERIFY2(clock.elapsed() >= 600 && clock.elapsed() < 2500, qPrintable(QString::number(clock.elapsed())));
 
-        // Still stopped: the call waits until the daemon dies, then fails at once.
+        // Still stopped: the call waits until the daemon dies, then fails at
+        // once. The call notes when it ended, so that ending before the kill
+        // shows in the order of the two times, not in a look taken meanwhile.
         clock.restart();
-        QFuture<QString> call = QtConcurrent::run([worker] {
+        std::atomic<qint64> endedAt{-1};
+        QFuture<QString> call = QtConcurrent::run([worker, &clock, &endedAt] {
+            QString outcome = QStringLiteral("answered");
             try {
                 worker->numTestsComplete();
-                return QStringLiteral("answered");
             } catch (const HXDaemonInteractionException &e) {
-                return e.name();
+                outcome = e.name();
             }
+            endedAt = clock.elapsed();
+            return outcome;
         });
-        QTest::qWait(300);
-        QVERIFY(!call.isFinished());
+        QTest::qWait(300); // time for the call to reach the stopped daemon
+        const qint64 killedAt = clock.elapsed();
         standin.signal(SIGKILL);
         call.waitForFinished();
         QCOMPARE(call.result(), QStringLiteral("org.freedesktop.DBus.Error.NoReply"));
-        QVERIFY2(clock.elapsed() < 2500, qPrintable(QString::number(clock.elapsed())));
+        QVERIFY2(
+            endedAt >= killedAt,
+            qPrintable(
+                QStringLiteral("ended %1 ms, killed %2 ms").arg(endedAt.load()).arg(killedAt)));
+        QVERIFY2(endedAt < 2500, qPrintable(QString::number(endedAt.load())));
         QVERIFY(standin.waitForExit(5000));
         QTRY_VERIFY_WITH_TIMEOUT(!HXDaemonInteraction::workerDaemonProxy(), 5000);
     }
@@ -445,10 +456,18 @@ private Q_SLOTS:
         center.postNotification(HXOrvexAgentShowsStatusMenuDidChangeNotification, HXAgentLocalConnectionString(QString()),
                                 {{HXOrvexAgentShowsStatusMenuKey, true}}, true);
         QTRY_VERIFY_WITH_TIMEOUT(agent->showsStatusMenu(), 5000);
-        // Addressed to another user's agent: ignored.
+        // Addressed to another user's agent: ignored. The agent's other
+        // setting, sent after it by the same sender, is the marker: once the
+        // agent has taken that, it has passed over the first.
         center.postNotification(HXOrvexAgentShowsStatusMenuDidChangeNotification, HXAgentLocalConnectionString(QStringLiteral("other")),
                                 {{HXOrvexAgentShowsStatusMenuKey, false}}, true);
-        QTest::qWait(300);
+        center.postNotification(HXOrvexAgentSuppressUserInteractionDidChangeNotification,
+                                HXAgentLocalConnectionString(QString()),
+                                {{HXIOrvexSuppressUserInteractionKey, true}}, true);
+        QTRY_VERIFY_WITH_TIMEOUT(
+            standin.standardError().contains(QLatin1String("Agent: alert dialogs suppressed")),
+            5000);
+        QVERIFY(!standin.standardError().contains(QLatin1String("Agent: status menu hidden")));
         QVERIFY(agent->showsStatusMenu());
         QVERIFY(QFile::exists(path(QStringLiteral("/config/talvorn/OrvexAgent.conf"))));
     }

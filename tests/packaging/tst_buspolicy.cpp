@@ -23,10 +23,13 @@ public Q_SLOTS:
     bool isActive() { return true; }
 
 public:
-    int notifications = 0;
+    QStringList senders; // the object argument of each notification heard
 
 public Q_SLOTS:
-    void onNotification() { ++notifications; }
+    void onNotification(const QString &, const QString &object, const QByteArray &)
+    {
+        senders.append(object);
+    }
 };
 
 class TestBusPolicy : public QObject
@@ -138,18 +141,26 @@ private Q_SLOTS:
                                          QStringLiteral("/"), QStringLiteral("com.talvorn.HXDWorkerActionsProtocol.isActive")});
         QVERIFY2(call.exitCode == 0 && call.output.contains(QLatin1String("boolean true")), qPrintable(call.output));
 
-        QVERIFY(root.connect(QString(), QStringLiteral("/com/talvorn/Orvex/DistributedNotificationCenter"),
-                             QStringLiteral("com.talvorn.Orvex.DistributedNotificationCenter"), QStringLiteral("Notification"),
-                             &worker, SLOT(onNotification())));
-        const QStringList signal{QStringLiteral("--type=signal"), QStringLiteral("/com/talvorn/Orvex/DistributedNotificationCenter"),
-                                 QStringLiteral("com.talvorn.Orvex.DistributedNotificationCenter.Notification"),
-                                 QStringLiteral("string:HXDTestFoundErrorNotification"), QStringLiteral("string:"),
-                                 QStringLiteral("array:byte:")};
-        send(true, signal);
-        QTest::qWait(300);
-        QCOMPARE(worker.notifications, 0);
-        send(false, signal);
-        QTRY_COMPARE_WITH_TIMEOUT(worker.notifications, 1, 5000);
+        QVERIFY(root.connect(QString(),
+                             QStringLiteral("/com/talvorn/Orvex/DistributedNotificationCenter"),
+                             QStringLiteral("com.talvorn.Orvex.DistributedNotificationCenter"),
+                             QStringLiteral("Notification"), &worker,
+                             SLOT(onNotification(QString, QString, QByteArray))));
+        const auto signal = [](const QString &object) {
+            return QStringList{
+                QStringLiteral("--type=signal"),
+                QStringLiteral("/com/talvorn/Orvex/DistributedNotificationCenter"),
+                QStringLiteral("com.talvorn.Orvex.DistributedNotificationCenter.Notification"),
+                QStringLiteral("string:HXDTestFoundErrorNotification"),
+                QStringLiteral("string:") + object,
+                QStringLiteral("array:byte:")};
+        };
+        // The user's broadcast is dropped; root's, sent once the user's sender
+        // has finished, is the marker that the bus has dealt with the first.
+        send(true, signal(QStringLiteral("user")));
+        send(false, signal(QStringLiteral("root")));
+        QTRY_VERIFY_WITH_TIMEOUT(!worker.senders.isEmpty(), 5000);
+        QCOMPARE(worker.senders, QStringList{QStringLiteral("root")});
 
         root.unregisterService(QStringLiteral("com.talvorn.OrvexWorkerDaemon"));
         QDBusConnection::disconnectFromBus(QStringLiteral("root-worker"));

@@ -97,8 +97,7 @@ class TestBinaryPlist : public QObject
 private Q_SLOTS:
     void initTestCase()
     {
-        if (!fixturesAvailable())
-            QSKIP("the shared fixture folder is not beside the checkout");
+        QVERIFY2(fixturesAvailable(), "tests/fixtures/plist is missing from the checkout");
     }
 
     void readsEveryScalarTypeFromCPythonsAppleFile()

@@ -55,17 +55,25 @@ private Q_SLOTS:
         const QDBusConnection bus = connection(QStringLiteral("twice"));
         HXDBusNotificationCenter sender(connection(QStringLiteral("sender-b")), {});
         HXDBusNotificationCenter listener(bus, {bus, bus});
-        int heard = 0;
-        const auto token = listener.addObserver(QString(), QStringLiteral("me"), [&](const HXDistributedNotification &) { ++heard; });
+        QStringList heard;
+        const auto token =
+            listener.addObserver(QString(), QStringLiteral("me"),
+                                 [&](const HXDistributedNotification &n) { heard.append(n.name); });
+        QStringList markers;
+        listener.addObserver(QStringLiteral("Marker"), QStringLiteral("marker"),
+                             [&](const HXDistributedNotification &n) { markers.append(n.name); });
+        // Each marker comes from the same sender after the notifications it
+        // follows, so a second delivery of those would be heard before it.
         sender.postNotification(QStringLiteral("A"), QStringLiteral("me"), {}, true);
         sender.postNotification(QStringLiteral("B"), QStringLiteral("someone else"), {}, true);
-        QTRY_COMPARE(heard, 1);
-        QTest::qWait(100);
-        QCOMPARE(heard, 1);
+        sender.postNotification(QStringLiteral("Marker"), QStringLiteral("marker"), {}, true);
+        QTRY_COMPARE(markers.size(), 1);
+        QCOMPARE(heard, QStringList{QStringLiteral("A")});
         listener.removeObserver(token);
         sender.postNotification(QStringLiteral("A"), QStringLiteral("me"), {}, true);
-        QTest::qWait(100);
-        QCOMPARE(heard, 1);
+        sender.postNotification(QStringLiteral("Marker"), QStringLiteral("marker"), {}, true);
+        QTRY_COMPARE(markers.size(), 2);
+        QCOMPARE(heard, QStringList{QStringLiteral("A")});
     }
 
     void aMalformedUserInfoIsRefusedWithALogLine_data()

@@ -16,18 +16,19 @@
 #include "HXStatusViewController.h"
 #include "HXTextField.h"
 #include "StandinProcess.h"
+#include "TestSupport.h"
 
 #include <QApplication>
 #include <QFile>
 #include <QLabel>
-#include <QMessageBox>
 #include <QPushButton>
 #include <QScrollArea>
 #include <QTcpServer>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTextDocument>
-#include <QTimer>
+
+using TestSupport::answerAlert;
 
 namespace {
 
@@ -77,21 +78,6 @@ private:
         auto c = std::make_unique<HXStatusViewController>(options);
         c->view()->resize(884, 500);
         return c;
-    }
-
-    static QStringList answerAlert(const std::function<void()> &action)
-    {
-        QStringList seen;
-        QTimer poll;
-        QObject::connect(&poll, &QTimer::timeout, [&] {
-            if (auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget())) {
-                seen = {box->text(), box->informativeText()};
-                box->accept();
-            }
-        });
-        poll.start(10);
-        action();
-        return seen;
     }
 
 private Q_SLOTS:
@@ -191,8 +177,11 @@ private Q_SLOTS:
         auto source = reporter();
         auto c = controller(source.get());
         c->view()->show();
-        QCOMPARE(answerAlert([&] { QTest::mouseClick(c->drivesView()->raidField(), Qt::LeftButton); }),
-                 QStringList({QStringLiteral("No RAID Array"), QStringLiteral("Your computer is not equiped with a RAID Array.")}));
+        QCOMPARE(
+            answerAlert([&] { QTest::mouseClick(c->drivesView()->raidField(), Qt::LeftButton); }),
+            QStringList({QStringLiteral("No RAID Array"),
+                         QStringLiteral("Your computer is not equiped with a RAID Array."),
+                         QStringLiteral("OK")}));
         QVERIFY(answerAlert([&] { QTest::mouseClick(c->drivesView()->smartField(), Qt::LeftButton); }).isEmpty());
         m_machine.battery = false;
         QCOMPARE(answerAlert([&] { QTest::mouseClick(c->hardwareView()->batteryField(), Qt::LeftButton); }).value(0),
