@@ -241,7 +241,7 @@ void IdleDaemonService::deleteWorkerDaemonPersistentStore()
 
 void IdleDaemonService::deleteStatusReport()
 {
-    QFile::remove(HXProductPaths::reportFile());
+    HXStatusReporter::sharedReporter()->removeStatusFile();
 }
 
 void IdleDaemonService::clearStatusReport()
