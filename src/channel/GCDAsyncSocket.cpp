@@ -357,6 +357,17 @@ void GCDAsyncSocket::onPeerClosed()
     if (m_socket && m_socket->bytesAvailable() > 0)
         m_buffer += m_socket->readAll();
     pumpReads();
+    // The terminator a waiting read wants will never come now: the read
+    // completes with what has, so that a peer that answers and closes
+    // without it is still heard whole.
+    if (!m_closed && !m_reads.empty() && m_reads.front().toTerminator && !m_buffer.isEmpty()) {
+        const long tag = m_reads.front().tag;
+        m_reads.pop_front();
+        m_readTimer->stop();
+        const QByteArray rest = std::exchange(m_buffer, QByteArray());
+        if (m_delegate)
+            m_delegate->socketDidReadData(this, rest, tag);
+    }
     closeWithError(QString());
 }
 

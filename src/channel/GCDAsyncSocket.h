@@ -49,7 +49,9 @@ public:
 // Qt's sockets in the owning thread's event loop. Reads and writes are queued
 // and complete in the order issued, each with an integer tag and its own
 // timeout (a negative timeout is none). A read to a terminator completes with
-// the bytes up to and including it.
+// the bytes up to and including it, or, when the peer closes in order before
+// it comes, with whatever has arrived (if anything) just before the
+// disconnect callback.
 //
 // Always held by std::shared_ptr (use create()). The socket keeps itself alive
 // while it calls its delegate, so the delegate may drop the last reference

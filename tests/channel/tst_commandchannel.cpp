@@ -185,6 +185,53 @@ private Q_SLOTS:
         QCOMPARE(clientSide.events.last(), QStringLiteral("error: Read operation timed out"));
     }
 
+    void anOrderlyCloseCompletesAReadToATerminatorWithWhatCame()
+    {
+        Recorder serverSide, clientSide;
+        auto listener = GCDAsyncSocket::create(&serverSide);
+        QVERIFY(listener->acceptOnPort(0, nullptr));
+        auto client = GCDAsyncSocket::create(&clientSide);
+        QVERIFY(
+            client->connectToHost(QStringLiteral("127.0.0.1"), listener->localPort(), 5, nullptr));
+        QTRY_VERIFY(serverSide.accepted);
+        auto server = serverSide.accepted;
+        server->setDelegate(&serverSide);
+        server->readDataToData("|", -1, 10);
+        server->readDataToData("|", -1, 11);
+        client->writeData("whole|half", -1, 1);
+        QTRY_COMPARE(clientSide.events, QStringList{QStringLiteral("write 1")});
+        client->disconnect();
+        // The first read ends at its terminator, the second with the rest;
+        // then the close, without an error.
+        QTRY_COMPARE(serverSide.events.size(), 4);
+        QCOMPARE(serverSide.events,
+                 (QStringList{QStringLiteral("accept"), QStringLiteral("read 10"),
+                              QStringLiteral("read 11"), QStringLiteral("closed")}));
+        QCOMPARE(serverSide.reads, (QList<QByteArray>{"whole|", "half"}));
+    }
+
+    void anOrderlyCloseWithNothingBufferedCompletesNoRead()
+    {
+        Recorder serverSide, clientSide;
+        auto listener = GCDAsyncSocket::create(&serverSide);
+        QVERIFY(listener->acceptOnPort(0, nullptr));
+        auto client = GCDAsyncSocket::create(&clientSide);
+        QVERIFY(
+            client->connectToHost(QStringLiteral("127.0.0.1"), listener->localPort(), 5, nullptr));
+        QTRY_VERIFY(serverSide.accepted);
+        auto server = serverSide.accepted;
+        server->setDelegate(&serverSide);
+        server->readDataToData("|", -1, 10);
+        client->writeData("done|", -1, 1);
+        QTRY_COMPARE(serverSide.reads.size(), 1);
+        server->readDataToData("|", -1, 11);
+        client->disconnect();
+        QTRY_COMPARE(serverSide.events.last(), QStringLiteral("closed"));
+        QCOMPARE(serverSide.events,
+                 (QStringList{QStringLiteral("accept"), QStringLiteral("read 10"),
+                              QStringLiteral("closed")}));
+    }
+
     void aFailedConnectSurfacesOnlyAsADisconnect()
     {
         QTcpServer probe; // a port that was free a moment ago, now closed
@@ -462,6 +509,31 @@ private Q_SLOTS:
         const QVariantMap answer = TestSupport::fromTagged(QJsonDocument::fromJson(py.readAllStandardOutput()).object()).toMap();
         QString where;
         QVERIFY2(TestSupport::samePlistValue(answer.value(QStringLiteral("echo")), request, &where), qPrintable(where));
+    }
+
+    // The server answers and closes without the boundary token: the answer
+    // is still decoded whole.
+    void anAnswerCutShortByAnOrderlyCloseIsDecodedWhole()
+    {
+        if (!TestSupport::pythonPeerAvailable())
+            QSKIP("Debian's /usr/bin/python3 is not installed");
+        QProcess py;
+        py.start(QStringLiteral("/usr/bin/python3"),
+                 {QStringLiteral(ORVEX_PEERS_DIR "/channel_peer.py"), QStringLiteral("server"),
+                  QStringLiteral("1"), QStringLiteral("early-close")});
+        QTRY_VERIFY_WITH_TIMEOUT(py.canReadLine(), 20000);
+        const quint16 port = quint16(py.readLine().trimmed().toUInt());
+        const QVariantMap sent =
+            framed(port, {{QStringLiteral("command"), QStringLiteral("status")},
+                          {QStringLiteral("list"), QVariantList{1, QStringLiteral("two")}}});
+        LogCapture log;
+        const QVariantMap answer = CommandSender::sendCommandWithParams(sent).toMap();
+        QVERIFY2(log.lines.isEmpty(), qPrintable(log.lines.join(QLatin1Char('\n'))));
+        QString where;
+        QVERIFY2(TestSupport::samePlistValue(answer.value(QStringLiteral("got")), sent, &where),
+                 qPrintable(where));
+        QTRY_VERIFY_WITH_TIMEOUT(py.state() == QProcess::NotRunning, 10000);
+        QCOMPARE(py.exitCode(), 0);
     }
 
     void ourClientTalksToAPythonServer()
