@@ -1,6 +1,8 @@
 #pragma once
 
 #include <QByteArray>
+#include <QHostAddress>
+#include <QList>
 #include <QObject>
 #include <QString>
 
@@ -70,9 +72,12 @@ public:
     // connected or listening, or no host). Later failures, a refusal or the
     // timeout included, arrive through socketDidDisconnect with an error.
     bool connectToHost(const QString &host, quint16 port, double timeoutSeconds, QString *error);
-    // Listens on every interface; port 0 takes a free one (see localPort()).
+    // Listens on this machine's loopback addresses only, 127.0.0.1 and ::1
+    // (where the machine has IPv6), on the same port; port 0 takes a free one
+    // (see localPort()). Another host cannot connect.
     bool acceptOnPort(quint16 port, QString *error);
     quint16 localPort() const;
+    QList<QHostAddress> listeningAddresses() const;
 
     void readDataWithTimeout(double timeoutSeconds, long tag);
     // maxLength 0 is no limit; a read that collects more than maxLength bytes
@@ -115,7 +120,8 @@ private:
     void onBytesWritten(qint64 written);
     void onSocketError();
     void onPeerClosed();
-    void onNewConnection();
+    void adoptServer(QTcpServer *server);
+    void onNewConnection(QTcpServer *server);
     void pumpReads();
     void startNextWrite();
     void armTimer(QTimer *timer, double seconds);
@@ -125,7 +131,7 @@ private:
     GCDAsyncSocketDelegate *m_delegate;
     std::shared_ptr<void> m_userData;
     QTcpSocket *m_socket = nullptr;
-    QTcpServer *m_server = nullptr;
+    QList<QTcpServer *> m_servers;
     QTimer *m_connectTimer;
     QTimer *m_readTimer;
     QTimer *m_writeTimer;

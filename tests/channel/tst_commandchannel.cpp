@@ -10,6 +10,7 @@
 
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QNetworkInterface>
 #include <QProcess>
 #include <QTcpServer>
 #include <QTcpSocket>
@@ -474,6 +475,46 @@ private Q_SLOTS:
         idle.closeWriteChannel();
         QTRY_VERIFY_WITH_TIMEOUT(idle.state() == QProcess::NotRunning, 10000);
         QTRY_COMPARE(RemoteQueryAndController::liveCount(), 0);
+    }
+
+    // The command ports are this machine's business only.
+    void theListenerServesLoopbackAndRefusesEveryOtherAddress()
+    {
+        EchoManager manager;
+        QVERIFY(manager.start());
+        const quint16 port = manager.asyncSocket()->localPort();
+
+        QList<QHostAddress> others;
+        for (const QHostAddress &a : QNetworkInterface::allAddresses()) {
+            if (!a.isLoopback())
+                others.append(a);
+        }
+        for (const QHostAddress &address : std::as_const(others)) {
+            QTcpSocket outsider;
+            outsider.connectToHost(address, port);
+            QVERIFY2(!outsider.waitForConnected(5000), qPrintable(address.toString()));
+            QVERIFY2(outsider.error() == QAbstractSocket::ConnectionRefusedError,
+                     qPrintable(QStringLiteral("%1: %2").arg(address.toString(), outsider.errorString())));
+        }
+        QCOMPARE(RemoteQueryAndController::liveCount(), 0);
+
+        QTcpServer probe;
+        const bool hasIPv6Loopback = probe.listen(QHostAddress::LocalHostIPv6);
+        probe.close();
+        QList<QHostAddress> expected{QHostAddress::LocalHost};
+        if (hasIPv6Loopback)
+            expected.append(QHostAddress::LocalHostIPv6);
+        QCOMPARE(manager.asyncSocket()->listeningAddresses(), expected);
+        for (const QString &host : {QStringLiteral("127.0.0.1"), QStringLiteral("::1"), QStringLiteral("localhost")}) {
+            if (host == QLatin1String("::1") && !hasIPv6Loopback)
+                continue;
+            QVariantMap request = framed(port, {{QStringLiteral("command"), host}});
+            request.insert(QStringLiteral("address"), host);
+            const QVariantMap answer = CommandSender::sendCommandWithParams(request).toMap();
+            QCOMPARE(answer.value(QStringLiteral("echo")).toMap().value(QStringLiteral("command")), QVariant(host));
+        }
+        if (others.isEmpty())
+            QSKIP("this machine has no address but its loopback ones, so no outsider could be tried");
     }
 
     void aTakenPortLeavesAnInertListenerAndALogLine()
