@@ -9,6 +9,7 @@
 #include "HXStatusViewRemoteControlManager.h"
 #include "HXSystemLog.h"
 #include "IdleDaemonService.h"
+#include "IdleScheduleObject.h"
 #include "StandinScenario.h"
 #include "WorkerDaemonService.h"
 #include "agent_adaptor.h"
