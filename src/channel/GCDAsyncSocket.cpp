@@ -79,15 +79,15 @@ void GCDAsyncSocket::releaseSocket()
             m_socket->deleteLater();
         m_socket = nullptr;
     }
-    if (m_server) {
-        QObject::disconnect(m_server, nullptr, this, nullptr);
-        m_server->close();
+    for (QTcpServer *server : std::as_const(m_servers)) {
+        QObject::disconnect(server, nullptr, this, nullptr);
+        server->close();
         if (t_signalDepth == 0)
-            delete m_server;
+            delete server;
         else
-            m_server->deleteLater();
-        m_server = nullptr;
+            server->deleteLater();
     }
+    m_servers.clear();
     m_connectTimer->stop();
     m_readTimer->stop();
     m_writeTimer->stop();
@@ -126,7 +126,7 @@ void GCDAsyncSocket::adopt(QTcpSocket *socket)
 bool GCDAsyncSocket::connectToHost(const QString &host, quint16 port, double timeoutSeconds,
                                    QString *error)
 {
-    if (m_socket || m_server || m_closed) {
+    if (m_socket || !m_servers.isEmpty() || m_closed) {
         if (error)
             *error = QStringLiteral("Attempting to connect while connected or accepting "
                                     "connections. Disconnect first.");
@@ -148,41 +148,74 @@ bool GCDAsyncSocket::connectToHost(const QString &host, quint16 port, double tim
 
 bool GCDAsyncSocket::acceptOnPort(quint16 port, QString *error)
 {
-    if (m_socket || m_server || m_closed) {
+    if (m_socket || !m_servers.isEmpty() || m_closed) {
         if (error)
             *error = QStringLiteral("Attempting to accept while connected or accepting "
                                     "connections. Disconnect first.");
         return false;
     }
-    auto *server = new QTcpServer();
-    if (!server->listen(QHostAddress::Any, port)) {
+    // A kernel-chosen port free on 127.0.0.1 may be taken on ::1: a few tries.
+    for (int attempt = 0; attempt < (port == 0 ? 8 : 1); ++attempt) {
+        auto *v4 = new QTcpServer();
+        if (!v4->listen(QHostAddress::LocalHost, port)) {
+            if (error)
+                *error = v4->errorString();
+            delete v4;
+            return false;
+        }
+        auto *v6 = new QTcpServer();
+        if (v6->listen(QHostAddress::LocalHostIPv6, v4->serverPort())) {
+            adoptServer(v4);
+            adoptServer(v6);
+            return true;
+        }
+        const bool taken = v6->serverError() == QAbstractSocket::AddressInUseError;
+        const QString why = v6->errorString();
+        delete v6;
+        if (!taken) {
+            // No IPv6 loopback on this machine: 127.0.0.1 alone serves.
+            adoptServer(v4);
+            return true;
+        }
+        delete v4;
+        // Someone else on ::1 would get the clients that try it first.
         if (error)
-            *error = server->errorString();
-        delete server;
-        return false;
+            *error = QStringLiteral("%1 (on ::1)").arg(why);
     }
-    m_server = server;
-    connect(server, &QTcpServer::newConnection, this, [this] {
+    return false;
+}
+
+void GCDAsyncSocket::adoptServer(QTcpServer *server)
+{
+    m_servers.append(server);
+    connect(server, &QTcpServer::newConnection, this, [this, server] {
         SignalScope scope;
-        onNewConnection();
+        onNewConnection(server);
     });
     // Qt stops accepting after an error such as running out of descriptors;
     // a listener that anyone can reach must not stay stopped, so it tries
     // again shortly after.
-    connect(server, &QTcpServer::acceptError, this, [this] {
-        QTimer::singleShot(100, this, [this] {
-            if (m_server)
-                m_server->resumeAccepting();
+    connect(server, &QTcpServer::acceptError, this, [this, server] {
+        QTimer::singleShot(100, this, [this, server] {
+            if (m_servers.contains(server))
+                server->resumeAccepting();
         });
     });
-    return true;
 }
 
 quint16 GCDAsyncSocket::localPort() const
 {
-    if (m_server)
-        return m_server->serverPort();
+    if (!m_servers.isEmpty())
+        return m_servers.first()->serverPort();
     return m_socket ? m_socket->localPort() : 0;
+}
+
+QList<QHostAddress> GCDAsyncSocket::listeningAddresses() const
+{
+    QList<QHostAddress> addresses;
+    for (const QTcpServer *server : m_servers)
+        addresses.append(server->serverAddress());
+    return addresses;
 }
 
 bool GCDAsyncSocket::isConnected() const
@@ -190,11 +223,11 @@ bool GCDAsyncSocket::isConnected() const
     return m_connected && m_socket;
 }
 
-void GCDAsyncSocket::onNewConnection()
+void GCDAsyncSocket::onNewConnection(QTcpServer *server)
 {
     auto self = shared_from_this();
-    while (m_server && m_server->hasPendingConnections()) {
-        QTcpSocket *incoming = m_server->nextPendingConnection();
+    while (m_servers.contains(server) && server->hasPendingConnections()) {
+        QTcpSocket *incoming = server->nextPendingConnection();
         auto accepted = create(m_delegate);
         accepted->adopt(incoming);
         accepted->m_connected = true;
@@ -357,6 +390,17 @@ void GCDAsyncSocket::onPeerClosed()
     if (m_socket && m_socket->bytesAvailable() > 0)
         m_buffer += m_socket->readAll();
     pumpReads();
+    // The terminator a waiting read wants will never come now: the read
+    // completes with what has, so that a peer that answers and closes
+    // without it is still heard whole.
+    if (!m_closed && !m_reads.empty() && m_reads.front().toTerminator && !m_buffer.isEmpty()) {
+        const long tag = m_reads.front().tag;
+        m_reads.pop_front();
+        m_readTimer->stop();
+        const QByteArray rest = std::exchange(m_buffer, QByteArray());
+        if (m_delegate)
+            m_delegate->socketDidReadData(this, rest, tag);
+    }
     closeWithError(QString());
 }
 

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <QByteArray>
+#include <QHostAddress>
+#include <QList>
 #include <QObject>
 #include <QString>
 
@@ -49,7 +51,9 @@ public:
 // Qt's sockets in the owning thread's event loop. Reads and writes are queued
 // and complete in the order issued, each with an integer tag and its own
 // timeout (a negative timeout is none). A read to a terminator completes with
-// the bytes up to and including it.
+// the bytes up to and including it, or, when the peer closes in order before
+// it comes, with whatever has arrived (if anything) just before the
+// disconnect callback.
 //
 // Always held by std::shared_ptr (use create()). The socket keeps itself alive
 // while it calls its delegate, so the delegate may drop the last reference
@@ -68,9 +72,12 @@ public:
     // connected or listening, or no host). Later failures, a refusal or the
     // timeout included, arrive through socketDidDisconnect with an error.
     bool connectToHost(const QString &host, quint16 port, double timeoutSeconds, QString *error);
-    // Listens on every interface; port 0 takes a free one (see localPort()).
+    // Listens on this machine's loopback addresses only, 127.0.0.1 and ::1
+    // (where the machine has IPv6), on the same port; port 0 takes a free one
+    // (see localPort()). Another host cannot connect.
     bool acceptOnPort(quint16 port, QString *error);
     quint16 localPort() const;
+    QList<QHostAddress> listeningAddresses() const;
 
     void readDataWithTimeout(double timeoutSeconds, long tag);
     // maxLength 0 is no limit; a read that collects more than maxLength bytes
@@ -113,7 +120,8 @@ private:
     void onBytesWritten(qint64 written);
     void onSocketError();
     void onPeerClosed();
-    void onNewConnection();
+    void adoptServer(QTcpServer *server);
+    void onNewConnection(QTcpServer *server);
     void pumpReads();
     void startNextWrite();
     void armTimer(QTimer *timer, double seconds);
@@ -123,7 +131,7 @@ private:
     GCDAsyncSocketDelegate *m_delegate;
     std::shared_ptr<void> m_userData;
     QTcpSocket *m_socket = nullptr;
-    QTcpServer *m_server = nullptr;
+    QList<QTcpServer *> m_servers;
     QTimer *m_connectTimer;
     QTimer *m_readTimer;
     QTimer *m_writeTimer;

@@ -10,10 +10,10 @@
 
 class RemoteQueryAndController;
 
-// The server side of the command channel: listens on a fixed port on every
-// interface and gives each accepted connection a fresh handler made by
-// makeController(). A port that cannot be listened on is logged and leaves the
-// listener inert.
+// The server side of the command channel: listens on a fixed port of this
+// machine's loopback addresses only (other hosts have no business there) and
+// gives each accepted connection a fresh handler made by makeController(). A
+// port that cannot be listened on is logged and leaves the listener inert.
 class RemoteQueryAndControlManager : public GCDAsyncSocketDelegate
 {
 public:

@@ -59,8 +59,15 @@ void HXReportLogError(const QString &message)
 
 void HXLogStatus(const QString &type, const QString &message)
 {
+    const QString line = HXReportLogPrintLine(type, message);
+    if (!line.isEmpty())
+        HXEmitReportLogEntry(type, line);
+}
+
+QString HXReportLogPrintLine(const QString &type, const QString &message)
+{
     if (type == HXDTestResultInformationType || type == HXDTestResultDebugType)
-        return;
+        return {};
     // The type word as the user's language has it; the English word otherwise.
     const QByteArray key = type.toUtf8();
     QString word = QCoreApplication::translate("Localizable", key.constData());
@@ -69,14 +76,15 @@ void HXLogStatus(const QString &type, const QString &message)
     const QString line = word + QLatin1String(": ") + message;
     const QString date = QDateTime::currentDateTime().toString(HXDTestResultDateFormat);
     printLine(date.toUtf8() + ' ' + line.toUtf8() + '\n');
-    HXEmitReportLogEntry(type, line);
+    return line;
 }
 
 void HXEmitReportLogEntry(const QString &type, const QString &text)
 {
-    HXStatusReporter *reporter = HXStatusReporter::sharedReporter();
-    reporter->report()->addToLog(HXLogEntry::entryWithTypeCompoundString(type, text));
-    reporter->writeStatusFile();
+    // Added to the report as the file holds it, not to a copy that may be
+    // older than what another writer has put there since.
+    HXStatusReporter::sharedReporter()->addLogEntry(
+        HXLogEntry::entryWithTypeCompoundString(type, text));
 }
 
 QString HXDGetLogTypeFromLogString(const QString &logString)

@@ -8,7 +8,8 @@
 // Report log lines. A message of severity "Passed", "Warning" or "Error" is
 // printed on standard output as "<date> <Type>: <message>" and added to the
 // shared report's log (further lines of the message become file children),
-// after which the report file is rewritten. "Info" and "Debug" are dropped.
+// in one locked read-modify-write of the report file (see HXStatusReporter).
+// "Info" and "Debug" are dropped.
 void HXReportLogInfo(const QString &message);
 void HXReportLogDebug(const QString &message);
 void HXReportLogSuccess(const QString &message);
@@ -16,6 +17,9 @@ void HXReportLogWarning(const QString &message);
 void HXReportLogError(const QString &message);
 
 void HXLogStatus(const QString &type, const QString &message);
+// Prints the line and answers the text it adds to the log ("<Type>: <message>"),
+// for callers that add it themselves; empty for "Info" and "Debug".
+QString HXReportLogPrintLine(const QString &type, const QString &message);
 void HXEmitReportLogEntry(const QString &type, const QString &text);
 
 // Answers "Passed" whatever the line; no caller depends on anything else.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "FileStamp.h"
 #include "HXKeyValueObserving.h"
 #include "HXStatusReport.h"
 
@@ -7,6 +8,9 @@
 #include <QRecursiveMutex>
 #include <QString>
 #include <QThreadPool>
+#include <QTimer>
+
+#include <functional>
 
 class HXDirectoryWatcher;
 class HXDistributedNotificationCenter;
@@ -17,12 +21,23 @@ class HXNotificationCenter;
 // changes it, and announces every replacement of the report with
 // "HXStatusDidChangeNotification" (and reportChanged()).
 //
-// A file that does not decode leaves the last good report in place (an empty
-// one if there was none), writes one line to the system log and posts
-// "HXStatusReportLoadDidFailNotification" with a sentence under
+// The worker, the stand-in and every user's application write the same file,
+// each from a copy it holds. So every write is a read-modify-write under an
+// exclusive advisory lock on a lock file beside the report: take the lock;
+// if the file is not the one last loaded (inode, size, modification time),
+// load it first; make the change; write atomically; let go. A file that does
+// not decode at that point is moved aside under a timestamped name (the
+// system log says where) rather than overwritten. A change that cannot be
+// written yet (the lock held too long by another process, a full disk) stays
+// in the report held here, is made again on every reload, and is written at
+// the next chance: it is never dropped.
+//
+// A file that does not decode when loaded leaves the last good report in
+// place (an empty one if there was none), writes one line to the system log
+// and posts "HXStatusReportLoadDidFailNotification" with a sentence under
 // "HXStatusReportLoadErrorKey".
 //
-// Loading always happens on the reporter's own thread: a load asked for from
+// Loading and writing always happen on the reporter's own thread: a call from
 // another thread waits for it. The reporter's lock is taken before the
 // report's, never the other way.
 class HXStatusReporter : public QObject, public HXKeyValueObservable
@@ -32,6 +47,15 @@ class HXStatusReporter : public QObject, public HXKeyValueObservable
 public:
     // Files larger than this are not reports; reading them would only cost memory.
     static constexpr qint64 kMaxReportFileSize = 256 * 1024 * 1024;
+    // How long a write waits for another writer's turn before it keeps its
+    // change for later; and how soon a kept change is tried again.
+    static constexpr int kDefaultLockWaitMs = 1000;
+    static constexpr int kRetryMs = 500;
+    static constexpr int kMaxRetryMs = 30000;
+
+    // One change of the report, made to the report as the file holds it at
+    // the time of writing; it may be made more than once (see above).
+    using Change = std::function<void(HXStatusReport &)>;
 
     struct Options
     {
@@ -58,15 +82,31 @@ public:
     // decode, with the sentence in lastLoadError().
     bool loadStatusFile();
     QString lastLoadError() const;
-    // False when the file could not be written; the report stays as it is.
+
+    // The writing path every writer shares. True when the file now holds the
+    // change; false when it is kept for later (the reason in the system log),
+    // or when an observer of a reload during a write asks: then the write
+    // under way takes it along.
+    bool updateStatusFile(const Change &change);
+    // Writes the report as held, once caught up with the file.
     bool writeStatusFile();
+    bool addLogEntry(const HXLogEntryRef &entry);
+    // Records the result and its log line (printed as the log writers print
+    // it) in one write.
+    bool recordTestResult(const HXTestResultRef &result);
+    bool clearReportLog();
+    bool clearReport();
+    // Deletes the report file, in turn with the writers.
+    bool removeStatusFile();
+
+    // The lock file every writer of `reportPath` locks.
+    static QString lockFileFor(const QString &reportPath);
+    // 0 only tries; negative waits as long as it takes (tools, not windows).
+    void setLockWait(int milliseconds) { m_lockWaitMs = milliseconds; }
+    bool hasUnwrittenChanges() const { return !m_unwritten.isEmpty(); } // reporter's thread
 
     void startWatchingReportFile();
     void stopWatchingReportFile();
-
-    void recordTestResult(const HXTestResultRef &result);
-    void clearReportLog();
-    void clearReport();
 
     void postErrorNotificationWithTestResult(const HXTestResultRef &result);
     void postErrorNotificationWithUserInfo(const QVariantMap &userInfo);
@@ -87,19 +127,43 @@ protected:
     bool describesOneKeyPerLine() const override { return false; }
 
 private:
+    struct FileRead
+    {
+        enum Kind { Missing, Unreadable, Undecodable, Decoded } kind;
+        HXStatusReportRef report;
+        FileStamp stamp;
+        QString reason;
+    };
+    FileRead readReportFile() const;
     bool loadInPlace();
+    bool commit(const Change &change);
+    bool catchUpWithFile(QStringList *why);
+    bool moveAside(const QString &reason, QStringList *why);
+    // `applied`: the change is in the report held here already.
+    void keepForLater(const Change &change, bool applied, const QStringList &why);
+    HXStatusReportRef withUnwrittenChanges(HXStatusReportRef report) const;
     void failLoad(const QString &reason);
     void setLastLoadError(const QString &sentence);
     void releaseElsewhere(HXStatusReportRef report);
 
     Options m_options;
-    // The reporter's monitor, held around loads and recordings; the report
-    // pointer itself has a lock of its own so that a load running on the
-    // reporter's thread never needs the monitor its caller may hold.
+    // The reporter's monitor, held by callers on other threads while the
+    // reporter's thread does their work; that thread never takes it, as its
+    // holder may be waiting for that very thread. The report pointer has a
+    // lock of its own.
     mutable QRecursiveMutex m_lock;
     mutable QMutex m_reportMutex;
     HXStatusReportRef m_report;
     HXDirectoryWatcher *m_watcher = nullptr;
     QString m_lastLoadError;
     QThreadPool m_releasePool;
+    // The file the report held here was loaded from or written as, and the
+    // changes made to it since that are not in the file yet (reporter's
+    // thread only).
+    FileStamp m_loadedStamp;
+    QList<Change> m_unwritten;
+    QTimer m_retryTimer;
+    int m_retryDelayMs = kRetryMs;
+    int m_lockWaitMs = kDefaultLockWaitMs;
+    bool m_inCommit = false;
 };

@@ -82,6 +82,8 @@ AtomicFileWriter::Result AtomicFileWriter::write(const QString &path, const QByt
                                          .arg(groupName, errnoText(errno)));
         }
     }
+    // Neither the rename nor the close changes what the stamp holds.
+    const FileStamp stamp = FileStamp::ofDescriptor(fd);
     if (::close(fd) != 0) {
         const int e = errno;
         ::unlink(tmpl.constData());
@@ -95,6 +97,7 @@ AtomicFileWriter::Result AtomicFileWriter::write(const QString &path, const QByt
         return result;
     }
     result.written = true;
+    result.stamp = stamp;
     result.attributeError = attributeProblems.join(QLatin1String("; "));
     return result;
 }

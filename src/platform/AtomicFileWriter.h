@@ -1,5 +1,7 @@
 #pragma once
 
+#include "FileStamp.h"
+
 #include <QByteArray>
 #include <QString>
 
@@ -17,6 +19,7 @@ public:
         bool written = false;
         QString writeError;     // why the data could not be written (file left as it was)
         QString attributeError; // why the mode or group could not be set (data written)
+        FileStamp stamp;        // the file as written, when it was
     };
 
     static Result write(const QString &path, const QByteArray &data, mode_t mode,

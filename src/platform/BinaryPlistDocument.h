@@ -31,6 +31,7 @@ public:
         Set,
         Dict,
     };
+    static constexpr bool isString(Kind k) { return k == Kind::AsciiString || k == Kind::Utf16String; }
 
     // One object's header. For strings and data `count` is the length in
     // units (bytes, or UTF-16 code units); for containers the number of

@@ -1,5 +1,6 @@
 #include "HXRepairAdvice.h"
 
+#include "HXEndpoints.h"
 #include "HXMachineProbes.h"
 
 #include <QDesktopServices>
@@ -253,11 +254,7 @@ QString HXRepairAdvice::ombrelLink(int code)
 
 QString HXRepairAdvice::productPageLink()
 {
-    // The maker's site is a setting; the shipped value is a reserved name.
-    QString host = qEnvironmentVariable("ORVEX_PRODUCT_SITE");
-    if (host.isEmpty())
-        host = QStringLiteral("www.talvorn.example");
-    return QStringLiteral("http://%1/ombrelpro/").arg(host);
+    return HXEndpoints::current().repairToolPage();
 }
 
 void HXRepairAdvice::linkifyTaggedString(QTextDocument *document, const QFont &font, int code)

@@ -48,6 +48,7 @@ public:
     static void linkifyStartTag(QTextDocument *document, const QString &startTag, const QString &endTag,
                                 const QString &link, const QFont &font);
     static QString ombrelLink(int code); // empty when no link is made for the code
+    // The repair tool's product page, as the endpoints say (HXEndpoints).
     static QString productPageLink();
 
     // A click on a link (the href as written: "x-application://Disk%20Utility.app"

@@ -10,6 +10,7 @@
 
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QNetworkInterface>
 #include <QProcess>
 #include <QTcpServer>
 #include <QTcpSocket>
@@ -184,6 +185,53 @@ private Q_SLOTS:
         QCOMPARE(clientSide.events,
                  (QStringList{QStringLiteral("read 1"),
                               QStringLiteral("error: Read operation timed out")}));
+    }
+
+    void anOrderlyCloseCompletesAReadToATerminatorWithWhatCame()
+    {
+        Recorder serverSide, clientSide;
+        auto listener = GCDAsyncSocket::create(&serverSide);
+        QVERIFY(listener->acceptOnPort(0, nullptr));
+        auto client = GCDAsyncSocket::create(&clientSide);
+        QVERIFY(
+            client->connectToHost(QStringLiteral("127.0.0.1"), listener->localPort(), 5, nullptr));
+        QTRY_VERIFY(serverSide.accepted);
+        auto server = serverSide.accepted;
+        server->setDelegate(&serverSide);
+        server->readDataToData("|", -1, 10);
+        server->readDataToData("|", -1, 11);
+        client->writeData("whole|half", -1, 1);
+        QTRY_COMPARE(clientSide.events, QStringList{QStringLiteral("write 1")});
+        client->disconnect();
+        // The first read ends at its terminator, the second with the rest;
+        // then the close, without an error.
+        QTRY_COMPARE(serverSide.events.size(), 4);
+        QCOMPARE(serverSide.events,
+                 (QStringList{QStringLiteral("accept"), QStringLiteral("read 10"),
+                              QStringLiteral("read 11"), QStringLiteral("closed")}));
+        QCOMPARE(serverSide.reads, (QList<QByteArray>{"whole|", "half"}));
+    }
+
+    void anOrderlyCloseWithNothingBufferedCompletesNoRead()
+    {
+        Recorder serverSide, clientSide;
+        auto listener = GCDAsyncSocket::create(&serverSide);
+        QVERIFY(listener->acceptOnPort(0, nullptr));
+        auto client = GCDAsyncSocket::create(&clientSide);
+        QVERIFY(
+            client->connectToHost(QStringLiteral("127.0.0.1"), listener->localPort(), 5, nullptr));
+        QTRY_VERIFY(serverSide.accepted);
+        auto server = serverSide.accepted;
+        server->setDelegate(&serverSide);
+        server->readDataToData("|", -1, 10);
+        client->writeData("done|", -1, 1);
+        QTRY_COMPARE(serverSide.reads.size(), 1);
+        server->readDataToData("|", -1, 11);
+        client->disconnect();
+        QTRY_COMPARE(serverSide.events.last(), QStringLiteral("closed"));
+        QCOMPARE(serverSide.events,
+                 (QStringList{QStringLiteral("accept"), QStringLiteral("read 10"),
+                              QStringLiteral("closed")}));
     }
 
     void aFailedConnectSurfacesOnlyAsADisconnect()
@@ -433,6 +481,46 @@ private Q_SLOTS:
         QTRY_COMPARE(RemoteQueryAndController::liveCount(), 0);
     }
 
+    // The command ports are this machine's business only.
+    void theListenerServesLoopbackAndRefusesEveryOtherAddress()
+    {
+        EchoManager manager;
+        QVERIFY(manager.start());
+        const quint16 port = manager.asyncSocket()->localPort();
+
+        QList<QHostAddress> others;
+        for (const QHostAddress &a : QNetworkInterface::allAddresses()) {
+            if (!a.isLoopback())
+                others.append(a);
+        }
+        for (const QHostAddress &address : std::as_const(others)) {
+            QTcpSocket outsider;
+            outsider.connectToHost(address, port);
+            QVERIFY2(!outsider.waitForConnected(5000), qPrintable(address.toString()));
+            QVERIFY2(outsider.error() == QAbstractSocket::ConnectionRefusedError,
+                     qPrintable(QStringLiteral("%1: %2").arg(address.toString(), outsider.errorString())));
+        }
+        QCOMPARE(RemoteQueryAndController::liveCount(), 0);
+
+        QTcpServer probe;
+        const bool hasIPv6Loopback = probe.listen(QHostAddress::LocalHostIPv6);
+        probe.close();
+        QList<QHostAddress> expected{QHostAddress::LocalHost};
+        if (hasIPv6Loopback)
+            expected.append(QHostAddress::LocalHostIPv6);
+        QCOMPARE(manager.asyncSocket()->listeningAddresses(), expected);
+        for (const QString &host : {QStringLiteral("127.0.0.1"), QStringLiteral("::1"), QStringLiteral("localhost")}) {
+            if (host == QLatin1String("::1") && !hasIPv6Loopback)
+                continue;
+            QVariantMap request = framed(port, {{QStringLiteral("command"), host}});
+            request.insert(QStringLiteral("address"), host);
+            const QVariantMap answer = CommandSender::sendCommandWithParams(request).toMap();
+            QCOMPARE(answer.value(QStringLiteral("echo")).toMap().value(QStringLiteral("command")), QVariant(host));
+        }
+        if (others.isEmpty())
+            QSKIP("this machine has no address but its loopback ones, so no outsider could be tried");
+    }
+
     void aTakenPortLeavesAnInertListenerAndALogLine()
     {
         EchoManager first;
@@ -466,6 +554,31 @@ private Q_SLOTS:
         const QVariantMap answer = TestSupport::fromTagged(QJsonDocument::fromJson(py.readAllStandardOutput()).object()).toMap();
         QString where;
         QVERIFY2(TestSupport::samePlistValue(answer.value(QStringLiteral("echo")), request, &where), qPrintable(where));
+    }
+
+    // The server answers and closes without the boundary token: the answer
+    // is still decoded whole.
+    void anAnswerCutShortByAnOrderlyCloseIsDecodedWhole()
+    {
+        if (!TestSupport::pythonPeerAvailable())
+            QSKIP("Debian's /usr/bin/python3 is not installed");
+        QProcess py;
+        py.start(QStringLiteral("/usr/bin/python3"),
+                 {QStringLiteral(ORVEX_PEERS_DIR "/channel_peer.py"), QStringLiteral("server"),
+                  QStringLiteral("1"), QStringLiteral("early-close")});
+        QTRY_VERIFY_WITH_TIMEOUT(py.canReadLine(), 20000);
+        const quint16 port = quint16(py.readLine().trimmed().toUInt());
+        const QVariantMap sent =
+            framed(port, {{QStringLiteral("command"), QStringLiteral("status")},
+                          {QStringLiteral("list"), QVariantList{1, QStringLiteral("two")}}});
+        LogCapture log;
+        const QVariantMap answer = CommandSender::sendCommandWithParams(sent).toMap();
+        QVERIFY2(log.lines.isEmpty(), qPrintable(log.lines.join(QLatin1Char('\n'))));
+        QString where;
+        QVERIFY2(TestSupport::samePlistValue(answer.value(QStringLiteral("got")), sent, &where),
+                 qPrintable(where));
+        QTRY_VERIFY_WITH_TIMEOUT(py.state() == QProcess::NotRunning, 10000);
+        QCOMPARE(py.exitCode(), 0);
     }
 
     void ourClientTalksToAPythonServer()

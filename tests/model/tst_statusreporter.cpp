@@ -1,5 +1,7 @@
 // The live report file: watching, loading, writing, failing, and the log
 // lines that go into it. Real files in temporary folders throughout.
+#include "AdvisoryFileLock.h"
+#include "AtomicFileWriter.h"
 #include "BinaryPlistReader.h"
 #include "BinaryPlistWriter.h"
 #include "HXConstants.h"
@@ -20,7 +22,9 @@
 #include <QtConcurrent/QtConcurrentRun>
 #include <QtTest>
 
+#include <csignal>
 #include <grp.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 namespace {
@@ -67,6 +71,44 @@ HXStatusReportRef reportWithOneError()
     report->addTestResult(HXTestResult::resultWithType(HXDTestResultErrorType, HXDMemoryTestName,
                                                        QStringLiteral("bad RAM"), {}));
     return report;
+}
+
+// A result of its own disk, so that recording it replaces nothing.
+HXTestResultRef diskResult(const QString &uuid)
+{
+    return HXTestResult::resultWithType(
+        HXDTestResultWarningType, HXDSMARTCheckTestName,
+        QStringLiteral("reallocated sectors on %1").arg(uuid),
+        QVariantMap{{HXDiskKey, QVariantMap{{QStringLiteral("uuid"), uuid}}}});
+}
+
+HXLogEntryRef line(const QString &text)
+{
+    return HXLogEntry::entryWithTypeCompoundString(HXDTestResultErrorType, text);
+}
+
+HXStatusReportRef decodeFile(const QString &path)
+{
+    QFile f(path);
+    if (!f.open(QIODevice::ReadOnly))
+        return nullptr;
+    return HXReportArchive::decodeReport(f.readAll(), nullptr);
+}
+
+QStringList logTexts(const HXStatusReport &report)
+{
+    QStringList texts;
+    for (const HXLogEntryRef &e : report.log())
+        texts.append(e->string());
+    return texts;
+}
+
+QStringList resultLogs(const HXStatusReport &report)
+{
+    QStringList logs;
+    for (const HXTestResultRef &r : report.testResults())
+        logs.append(r->log());
+    return logs;
 }
 
 // An object of a class a report may not hold, archived where results go.
@@ -416,7 +458,10 @@ private Q_SLOTS:
         QCOMPARE(st.st_mode & 07777, mode_t(0777));
         if (const group *users = getgrnam("users"); users && geteuid() == 0)
             QCOMPARE(st.st_gid, users->gr_gid);
-        QCOMPARE(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden).size(), 1); // no temporary left
+        // No temporary left; the lock file stays for the next writer.
+        QCOMPARE(
+            QDir(dir.path()).entryList(QDir::Files | QDir::Hidden, QDir::Name),
+            (QStringList{QStringLiteral(".Report.zrrpt.lock"), QStringLiteral("Report.zrrpt")}));
     }
 
     void aWriteThatFailsLeavesTheReportAndSaysSo()
@@ -430,6 +475,241 @@ private Q_SLOTS:
         QCOMPARE(log.lines.first(),
                  QStringLiteral("There was an error writing the report file to the path: '%1'").arg(path));
         QCOMPARE(reporter.report()->countOfTestResults(), 1);
+    }
+
+    // --- writers taking turns ---
+
+    // The worker replaces the file and the application adds a line before
+    // its watcher has reloaded: the line goes into the worker's report.
+    void aLineAddedBeforeTheReloadKeepsTheWorkersResults_data()
+    {
+        QTest::addColumn<bool>("rename");
+        QTest::newRow("renamed into place") << true;
+        QTest::newRow("rewritten in place") << false;
+    }
+    void aLineAddedBeforeTheReloadKeepsTheWorkersResults()
+    {
+        QFETCH(bool, rename);
+        QTemporaryDir dir;
+        const QString path = dir.filePath(QStringLiteral("Report.zrrpt"));
+        auto workers = HXStatusReport::report();
+        workers->recordTestResult(diskResult(QStringLiteral("A")));
+        writeFile(path, HXReportArchive::encodeReport(*workers));
+        HXStatusReporter reporter(options(path));
+        QVERIFY2(reporter.lastLoadError().isEmpty(), qPrintable(reporter.lastLoadError()));
+        QCOMPARE(reporter.report()->countOfTestResults(), 1);
+
+        for (int i = 0; i < 5; ++i) {
+            // The worker adds its result to the file as it finds it.
+            workers = decodeFile(path);
+            QVERIFY(workers);
+            workers->recordTestResult(diskResult(QStringLiteral("B%1").arg(i)));
+            const QByteArray bytes = HXReportArchive::encodeReport(*workers);
+            if (rename)
+                QVERIFY(AtomicFileWriter::write(path, bytes, 0644, QString()).written);
+            else
+                writeFile(path, bytes);
+            // No event loop between the two: the watcher has not seen it.
+            QVERIFY(reporter.addLogEntry(line(QStringLiteral("Error: line %1").arg(i))));
+        }
+        const HXStatusReportRef onDisk = decodeFile(path);
+        QVERIFY(onDisk);
+        QCOMPARE(resultLogs(*onDisk).size(), 6);
+        QCOMPARE(resultLogs(*onDisk), resultLogs(*workers));
+        QCOMPARE(logTexts(*onDisk),
+                 (QStringList{QStringLiteral("Error: line 0"), QStringLiteral("Error: line 1"),
+                              QStringLiteral("Error: line 2"), QStringLiteral("Error: line 3"),
+                              QStringLiteral("Error: line 4")}));
+        QCOMPARE(reporter.report()->countOfTestResults(), 6); // and the window shows them
+    }
+
+    void aFileThatDoesNotDecodeIsMovedAsideBeforeTheNextWrite_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        auto bigger = reportWithOneError();
+        for (int i = 0; i < 20; ++i)
+            bigger->recordTestResult(diskResult(QString::number(i)));
+        const QByteArray whole = HXReportArchive::encodeReport(*bigger);
+        QTest::newRow("truncated mid-write") << whole.left(whole.size() / 2);
+        QTest::newRow("not an archive at all") << QByteArray("\x89PNG\r\n\x1a\n\0\0\0\rIHDR", 16);
+    }
+    void aFileThatDoesNotDecodeIsMovedAsideBeforeTheNextWrite()
+    {
+        QFETCH(QByteArray, bytes);
+        QTemporaryDir dir;
+        const QString path = dir.filePath(QStringLiteral("Report.zrrpt"));
+        writeFile(path, HXReportArchive::encodeReport(*reportWithOneError()));
+        HXStatusReporter reporter(options(path, false));
+        LogCapture log;
+        QStringList asides;
+        for (int round = 0; round < 2; ++round) {
+            writeFile(path, bytes);
+            QVERIFY(!reporter.loadStatusFile()); // the last good report stays shown
+            log.lines.clear();
+            QVERIFY(
+                reporter.addLogEntry(line(QStringLiteral("Error: after damage %1").arg(round))));
+
+            // One line says where the damaged file went, and it is there whole.
+            QCOMPARE(log.lines.size(), 1);
+            static const QRegularExpression moved(QStringLiteral(
+                "^The report file (.+) could not be read \\(.+\\); it was moved to (.+) and a new "
+                "report was written from the last one that could be read$"));
+            const QRegularExpressionMatch m = moved.match(log.lines.first());
+            QVERIFY2(m.hasMatch(), qPrintable(log.lines.first()));
+            QCOMPARE(m.captured(1), path);
+            const QString aside = m.captured(2);
+            QVERIFY2(QRegularExpression(QStringLiteral("^%1\\.damaged-\\d{8}-\\d{6}(-\\d+)?$")
+                                            .arg(QRegularExpression::escape(path)))
+                         .match(aside)
+                         .hasMatch(),
+                     qPrintable(aside));
+            QCOMPARE(TestSupportRead(aside), bytes);
+            asides.append(aside);
+        }
+        QCOMPARE(asides.size(), 2);
+        QVERIFY(asides[0] != asides[1]); // a second damaged file does not replace the first
+
+        // The new report is the last good one plus the lines.
+        const HXStatusReportRef onDisk = decodeFile(path);
+        QVERIFY(onDisk);
+        QCOMPARE(resultLogs(*onDisk), QStringList{QStringLiteral("bad RAM")});
+        QCOMPARE(logTexts(*onDisk), (QStringList{QStringLiteral("Error: after damage 0"),
+                                                 QStringLiteral("Error: after damage 1")}));
+    }
+
+    // Another writer holding the lock too long: the change is shown, kept,
+    // and written over that writer's report once it lets go.
+    void aChangeWaitsForAnotherWritersTurnAndIsNotLost()
+    {
+        QTemporaryDir dir;
+        const QString path = dir.filePath(QStringLiteral("Report.zrrpt"));
+        HXStatusReporter reporter(options(path, false));
+        reporter.setLockWait(50);
+        LogCapture log;
+        HXReportLogSetLineSink([](const QByteArray &) {});
+        const auto restoreSink = qScopeGuard([] { HXReportLogSetLineSink({}); });
+        {
+            AdvisoryFileLock worker(HXStatusReporter::lockFileFor(path));
+            QCOMPARE(worker.lock(0), AdvisoryFileLock::Outcome::Locked);
+            QVERIFY(!reporter.addLogEntry(line(QStringLiteral("Error: first"))));
+            QVERIFY(!reporter.recordTestResult(diskResult(QStringLiteral("mine"))));
+            QVERIFY(reporter.hasUnwrittenChanges());
+            QCOMPARE(logTexts(*reporter.report()).first(),
+                     QStringLiteral("Error: first")); // shown already
+            QVERIFY(!QFile::exists(path));
+            QCOMPARE(log.lines,
+                     QStringList{QStringLiteral("The report file %1 is being written by another "
+                                                "process; the change is kept and written when it "
+                                                "is done")
+                                     .arg(path)});
+            // Retries come and find it still taken...
+            QTest::qWait(2 * HXStatusReporter::kRetryMs + 200);
+            QVERIFY(reporter.hasUnwrittenChanges());
+            // ...meanwhile the holder writes a report of its own.
+            auto workers = HXStatusReport::report();
+            workers->recordTestResult(diskResult(QStringLiteral("worker's")));
+            QVERIFY(AtomicFileWriter::write(path, HXReportArchive::encodeReport(*workers), 0644,
+                                            QString())
+                        .written);
+        }
+        QTRY_VERIFY(!reporter.hasUnwrittenChanges());
+        const HXStatusReportRef onDisk = decodeFile(path);
+        QVERIFY(onDisk);
+        QCOMPARE(resultLogs(*onDisk),
+                 (QStringList{QStringLiteral("reallocated sectors on worker's"),
+                              QStringLiteral("reallocated sectors on mine")}));
+        QCOMPARE(logTexts(*onDisk),
+                 (QStringList{QStringLiteral("Error: first"),
+                              QStringLiteral("Warning: reallocated sectors on mine")}));
+        QCOMPARE(log.lines.size(), 1); // the retries while it was taken said nothing more
+    }
+
+    // A window that logs when the report changes, during the reload a write
+    // makes first: no wait for a lock it holds itself, and both lines go in.
+    void anObserverWritingDuringTheCatchUpReloadIsTakenAlong()
+    {
+        QTemporaryDir dir;
+        const QString path = dir.filePath(QStringLiteral("Report.zrrpt"));
+        HXStatusReporter reporter(options(path, false));
+        bool logged = false;
+        connect(&reporter, &HXStatusReporter::reportChanged, this, [&] {
+            if (!std::exchange(logged, true))
+                reporter.addLogEntry(line(QStringLiteral("Error: seen a new report")));
+        });
+        QVERIFY(AtomicFileWriter::write(path, HXReportArchive::encodeReport(*reportWithOneError()),
+                                        0644, QString())
+                    .written);
+        LogCapture log;
+        QVERIFY(reporter.addLogEntry(line(QStringLiteral("Error: mine"))));
+        QVERIFY(logged);
+        QVERIFY2(log.lines.isEmpty(), qPrintable(log.lines.join(QLatin1Char('\n'))));
+        QVERIFY(!reporter.hasUnwrittenChanges());
+        const HXStatusReportRef onDisk = decodeFile(path);
+        QVERIFY(onDisk);
+        QCOMPARE(resultLogs(*onDisk), QStringList{QStringLiteral("bad RAM")});
+        QCOMPARE(logTexts(*onDisk), (QStringList{QStringLiteral("Error: seen a new report"),
+                                                 QStringLiteral("Error: mine")}));
+    }
+
+    // A disk that takes no more: said once, the change kept, written when
+    // there is room again.
+    void aWriteThatFailsKeepsTheChangeUntilItCanBeWritten()
+    {
+        QTemporaryDir dir;
+        const QString path = dir.filePath(QStringLiteral("Report.zrrpt"));
+        writeFile(path, HXReportArchive::encodeReport(*reportWithOneError()));
+        const QByteArray before = TestSupportRead(path);
+        HXStatusReporter reporter(options(path, false));
+        LogCapture log;
+        // Files may grow no further than the report is now, as on a full disk.
+        struct rlimit saved;
+        QCOMPARE(getrlimit(RLIMIT_FSIZE, &saved), 0);
+        const auto oldHandler = std::signal(SIGXFSZ, SIG_IGN);
+        struct rlimit full = saved;
+        full.rlim_cur = rlim_t(before.size());
+        QCOMPARE(setrlimit(RLIMIT_FSIZE, &full), 0);
+        auto restore = qScopeGuard([&] {
+            setrlimit(RLIMIT_FSIZE, &saved);
+            std::signal(SIGXFSZ, oldHandler);
+        });
+        QVERIFY(!reporter.addLogEntry(
+            line(QStringLiteral("Error: %1").arg(QString(200, QLatin1Char('x'))))));
+        QVERIFY(!reporter.addLogEntry(line(QStringLiteral("Error: second"))));
+        QCOMPARE(reporter.report()->countOfLog(), 2); // shown, kept
+        QCOMPARE(TestSupportRead(path), before);      // and the file as it was
+        QCOMPARE(log.lines.size(), 2);
+        QCOMPARE(log.lines[0],
+                 QStringLiteral("There was an error writing the report file to the path: '%1'")
+                     .arg(path));
+        QCOMPARE(log.lines[1], QString::fromLocal8Bit(strerror(EFBIG)));
+        restore.dismiss();
+        setrlimit(RLIMIT_FSIZE, &saved);
+        std::signal(SIGXFSZ, oldHandler);
+        QTRY_VERIFY_WITH_TIMEOUT(!reporter.hasUnwrittenChanges(), 10000);
+        const HXStatusReportRef onDisk = decodeFile(path);
+        QVERIFY(onDisk);
+        QCOMPARE(logTexts(*onDisk).size(), 2);
+        QCOMPARE(logTexts(*onDisk).last(), QStringLiteral("Error: second"));
+        QCOMPARE(log.lines.size(), 2);
+    }
+
+    void removingTheFileWaitsForTheWritersToo()
+    {
+        QTemporaryDir dir;
+        const QString path = dir.filePath(QStringLiteral("Report.zrrpt"));
+        writeFile(path, HXReportArchive::encodeReport(*reportWithOneError()));
+        HXStatusReporter reporter(options(path, false));
+        reporter.setLockWait(50);
+        LogCapture log;
+        {
+            AdvisoryFileLock worker(HXStatusReporter::lockFileFor(path));
+            QCOMPARE(worker.lock(0), AdvisoryFileLock::Outcome::Locked);
+            QVERIFY(!reporter.removeStatusFile());
+            QVERIFY(QFile::exists(path));
+        }
+        QVERIFY(reporter.removeStatusFile());
+        QVERIFY(!QFile::exists(path));
+        QCOMPARE(reporter.report()->countOfTestResults(), 0);
     }
 
     void clearingTheLogKeepsTheResults()

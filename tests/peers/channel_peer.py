@@ -2,8 +2,11 @@
 """An independent peer of the command channel, written from its wire format.
 
   channel_peer.py client PORT JSON    send the tagged-JSON dictionary framed, print the answer
-  channel_peer.py server [COUNT]      serve COUNT requests (1): print the port, then for
-                                      each request its bytes in hex, answering {"got": request}
+  channel_peer.py server [COUNT] [early-close]
+                                      serve COUNT requests (1): print the port, then for
+                                      each request its bytes in hex, answering {"got": request};
+                                      with early-close the answer goes without its boundary
+                                      token and the connection is closed at once
   channel_peer.py idle PORT COUNT     open COUNT connections that never send, hold them
                                       until standard input closes
 
@@ -43,7 +46,7 @@ def client(port, request):
         json.dump(tag(plistlib.loads(body)), sys.stdout)
 
 
-def server(count):
+def server(count, early_close=False):
     with socket.socket() as listener:
         listener.bind(("127.0.0.1", 0))
         listener.listen(4)
@@ -56,8 +59,13 @@ def server(count):
                 body = raw.split(BOUNDARY, 1)[0]
                 print(raw.hex(), flush=True)
                 request = plistlib.loads(body)
+                answer = plistlib.dumps({"got": request}, fmt=plistlib.FMT_BINARY)
+                if early_close:
+                    conn.sendall(answer)
+                    conn.shutdown(socket.SHUT_WR)
+                    continue
                 if request.get("willReceiveData"):
-                    conn.sendall(plistlib.dumps({"got": request}, fmt=plistlib.FMT_BINARY) + BOUNDARY)
+                    conn.sendall(answer + BOUNDARY)
                 # The client closes after reading the answer.
                 conn.settimeout(10)
                 try:
@@ -80,7 +88,7 @@ def main():
     if mode == "client":
         client(int(sys.argv[2]), untag(json.loads(sys.argv[3])))
     elif mode == "server":
-        server(int(sys.argv[2]) if len(sys.argv) > 2 else 1)
+        server(int(sys.argv[2]) if len(sys.argv) > 2 else 1, "early-close" in sys.argv[3:])
     elif mode == "idle":
         idle(int(sys.argv[2]), int(sys.argv[3]))
     else:

@@ -34,6 +34,7 @@ class TestRepairAdvice : public QObject
 
 private:
     QTemporaryDir m_apps;
+    QTemporaryDir m_root;
 
     void install(const QString &id, const QByteArray &body)
     {
@@ -49,7 +50,15 @@ private:
     }
 
 private Q_SLOTS:
-    void initTestCase() { HXRepairAdvice::setApplicationFolders({m_apps.path()}); }
+    void initTestCase()
+    {
+        HXRepairAdvice::setApplicationFolders({m_apps.path()});
+        // The links read the endpoints: none installed or set here.
+        QVERIFY(m_root.isValid());
+        qputenv("ORVEX_ROOT", m_root.path().toUtf8());
+        qputenv("XDG_CONFIG_HOME", m_root.filePath(QStringLiteral("config")).toUtf8());
+        qunsetenv("ORVEX_REPAIR_TOOL_PAGE");
+    }
     void init() { uninstallAll(); }
 
     void texts_data()
@@ -179,6 +188,20 @@ private Q_SLOTS:
         six.setPlainText(HXRepairAdvice::repairToolSentences()[3]);
         HXRepairAdvice::linkifyTaggedString(&six, font, 6);
         QVERIFY(runs(six).contains(QStringLiteral("Ombrel Pro -> x-application://Ombrel%20Pro%206.app")));
+    }
+
+    void theRepairToolLinksFollowTheEndpoints()
+    {
+        qputenv("ORVEX_REPAIR_TOOL_PAGE", "http://127.0.0.1:8080/tool/");
+        const auto restore = qScopeGuard([] { qunsetenv("ORVEX_REPAIR_TOOL_PAGE"); });
+        QTextDocument upgrade;
+        upgrade.setPlainText(HXRepairAdvice::repairToolSentences()[HXRepairAdvice::ombrelVersionWorksWithOSVersion(5, 6)]);
+        HXRepairAdvice::linkifyTaggedString(&upgrade, QFont(), 5);
+        QVERIFY(runs(upgrade).contains(QStringLiteral("Ombrel Pro -> http://127.0.0.1:8080/tool/")));
+        QTextDocument purchase;
+        purchase.setPlainText(HXRepairAdvice::repairToolSentences()[0]);
+        HXRepairAdvice::linkifyTaggedString(&purchase, QFont(), HXRepairAdvice::kNoRepairTool);
+        QVERIFY(runs(purchase).contains(QStringLiteral("Ombrel Pro -> http://127.0.0.1:8080/tool/")));
     }
 
     void searchResumesWhereTheTagEndedBefore()

@@ -1,6 +1,9 @@
 // orvexctl end to end: the built program run on real report files.
+#include "AdvisoryFileLock.h"
+#include "AtomicFileWriter.h"
 #include "HXConstants.h"
 #include "HXReportArchive.h"
+#include "HXStatusReporter.h"
 #include "ReportFactory.h"
 #include "TestSupport.h"
 
@@ -159,6 +162,33 @@ private Q_SLOTS:
         QCOMPARE(r.exitCode, 0);
         back = HXReportArchive::decodeReport(TestSupport::readFile(m_path), nullptr);
         QCOMPARE(back->countOfTestResults(), 0);
+    }
+
+    // Clearing is a writer like the worker: it takes its turn at the lock,
+    // and clears what the worker wrote before it.
+    void clearWaitsForTheWriterHoldingTheLock()
+    {
+        AdvisoryFileLock worker(HXStatusReporter::lockFileFor(m_path));
+        QCOMPARE(worker.lock(0), AdvisoryFileLock::Outcome::Locked);
+        QProcess clear;
+        clear.start(QStringLiteral(ORVEXCTL_PATH), {QStringLiteral("clear"), m_path});
+        QVERIFY(clear.waitForStarted(10000));
+        QTest::qWait(500); // far longer than a clear takes
+        QCOMPARE(clear.state(), QProcess::Running);
+        auto newer = smallReport();
+        newer->addTestResult(HXTestResult::resultWithType(
+            HXDTestResultErrorType, HXDBatteryTestName, QStringLiteral("worn out"), {}));
+        QVERIFY(
+            AtomicFileWriter::write(m_path, HXReportArchive::encodeReport(*newer), 0644, QString())
+                .written);
+        worker.unlock();
+        QVERIFY(clear.waitForFinished(30000));
+        QCOMPARE(clear.exitCode(), 0);
+        const HXStatusReportRef back =
+            HXReportArchive::decodeReport(TestSupport::readFile(m_path), nullptr);
+        QVERIFY(back);
+        QCOMPARE(back->countOfTestResults(), 0);
+        QCOMPARE(back->countOfLog(), 0);
     }
 
     void missingDamagedAndMisusedSayWhy_data()

@@ -6,7 +6,7 @@
 #include "HXRemoteProxy.h"
 #include "HXStatusReporter.h"
 #include "HXSystemLog.h"
-#include "StandinFiles.h"
+#include "ProcessTable.h"
 #include "WorkerDaemonService.h"
 
 #include <QCoreApplication>
@@ -21,61 +21,9 @@ const QString IdleDaemonService::kSchedulePath = QStringLiteral("/IdleSchedule")
 
 namespace {
 
-const QString kScheduleKey = QStringLiteral("HXOrvexIdleScheduleDefaultsKey");
-const QString kEnabledKey = QStringLiteral("HXOrvexWorkerIsEnabledKey");
-const QString kBatteryKey = QStringLiteral("HXOrvexAllowTestingOnBatteryPower");
-const QString kExclusionsKey = QStringLiteral("exclusions");
-const QString kSuppressKey = QStringLiteral("suppressUserInteraction");
-const QString kDebugKey = QStringLiteral("debugModeEnabled");
-const QString kPOSTDateKey = QStringLiteral("POSTTestLastCheckDate");
-const QString kReviewDateKey = QStringLiteral("lastUserReviewDate");
-const QString kReviewedKey = QStringLiteral("reviewedIssues");
-const QString kRelaunchKey = QStringLiteral("finderNeedsRelaunchForUsers");
-
 // Processes that keep disks too busy for a fair surface scan.
 const QStringList kBlacklistedApps = {QStringLiteral("badblocks"), QStringLiteral("e2fsck"),
                                       QStringLiteral("fsck"), QStringLiteral("shred")};
-
-QVariantMap defaultSchedule()
-{
-    return {{QStringLiteral("HXOrvexIdleScheduleIsAutomaticScheduleKey"), true},
-            {QStringLiteral("HXOrvexIdleScheduleHourKey"), 2},
-            {QStringLiteral("HXOrvexIdleScheduleDurationKey"), 4 * 3600},
-            {QStringLiteral("HXOrvexIdleScheduleWakeFromSleepKey"), false}};
-}
-
-QVariantMap generalDefaults()
-{
-    return {{kScheduleKey, defaultSchedule()}, {kEnabledKey, true},  {kBatteryKey, false},
-            {kSuppressKey, false},             {kDebugKey, false}};
-}
-
-// Every process: its pid and its name (the kernel's short command name).
-QList<std::pair<qint64, QString>> processes()
-{
-    QList<std::pair<qint64, QString>> found;
-    const QStringList entries = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
-    for (const QString &entry : entries) {
-        bool numeric = false;
-        const qint64 pid = entry.toLongLong(&numeric);
-        if (!numeric)
-            continue;
-        QFile comm(QStringLiteral("/proc/%1/comm").arg(entry));
-        if (comm.open(QIODevice::ReadOnly)) // a process may end while we look
-            found.append({pid, QString::fromLocal8Bit(comm.readAll()).trimmed()});
-    }
-    return found;
-}
-
-QList<qint64> pidsOf(const QString &name)
-{
-    QList<qint64> pids;
-    for (const auto &[pid, processName] : processes()) {
-        if (processName == name)
-            pids.append(pid);
-    }
-    return pids;
-}
 
 } // namespace
 
@@ -84,60 +32,13 @@ IdleDaemonService::IdleDaemonService(WorkerDaemonService *worker, bool sleepTime
     , m_worker(worker)
     , m_sleepTimeAllowsIdleRun(sleepTimeAllowsIdleRun)
 {
-    load();
     connect(worker, &WorkerDaemonService::testingStopped, this,
             [] { QFile::remove(HXProductPaths::isIdleMarker()); });
 }
 
-QString IdleDaemonService::settingsFile()
-{
-    return HXProductPaths::map(QStringLiteral("/var/lib/orvex/OrvexIdleDaemon.plist"));
-}
-
-void IdleDaemonService::load()
-{
-    m_settings = generalDefaults();
-    m_settings.insert(kExclusionsKey, QVariantList());
-    const QString path = settingsFile();
-    if (!QFile::exists(path))
-        return;
-    QString why;
-    const QVariant stored = StandinReadPlistFile(path, &why);
-    if (stored.metaType().id() != QMetaType::QVariantMap) {
-        const QString aside = path + QStringLiteral(".damaged");
-        QFile::remove(aside);
-        QFile::rename(path, aside);
-        HXSystemLog::write(QStringLiteral("The idle daemon's settings %1 could not be read (%2); they were "
-                                          "moved to %3 and the defaults are used")
-                               .arg(path, why.isEmpty() ? QStringLiteral("not a dictionary") : why, aside));
-        return;
-    }
-    const QVariantMap map = stored.toMap();
-    for (auto it = map.cbegin(); it != map.cend(); ++it)
-        m_settings.insert(it.key(), it.value());
-}
-
-void IdleDaemonService::save()
-{
-    QString why;
-    if (!StandinWritePlistFile(settingsFile(), m_settings, &why))
-        HXSystemLog::write(QStringLiteral("Could not save the idle daemon's settings: %1").arg(why));
-}
-
-void IdleDaemonService::set(const QString &key, const QVariant &value)
-{
-    m_settings.insert(key, value);
-    save();
-}
-
-QVariant IdleDaemonService::setting(const QString &key) const
-{
-    return m_settings.value(key);
-}
-
 QVariantMap IdleDaemonService::schedule() const
 {
-    return setting(kScheduleKey).toMap();
+    return m_settings.schedule();
 }
 
 QVariant IdleDaemonService::decodeArgument(const QByteArray &bytes, const char *method, int expected)
@@ -169,18 +70,18 @@ bool IdleDaemonService::workerDaemonIsPaused()
 
 bool IdleDaemonService::workerDaemonIsEnabled()
 {
-    return setting(kEnabledKey).toBool();
+    return m_settings.value(IdleDaemonSettings::kEnabledKey).toBool();
 }
 
 void IdleDaemonService::disableWorkerDaemon()
 {
-    set(kEnabledKey, false);
+    m_settings.set(IdleDaemonSettings::kEnabledKey, false);
     m_worker->stopTesting();
 }
 
 void IdleDaemonService::enableWorkerDaemon()
 {
-    set(kEnabledKey, true);
+    m_settings.set(IdleDaemonSettings::kEnabledKey, true);
 }
 
 bool IdleDaemonService::workerDaemonIsTesting()
@@ -241,7 +142,7 @@ void IdleDaemonService::deleteWorkerDaemonPersistentStore()
 
 void IdleDaemonService::deleteStatusReport()
 {
-    QFile::remove(HXProductPaths::reportFile());
+    HXStatusReporter::sharedReporter()->removeStatusFile();
 }
 
 void IdleDaemonService::clearStatusReport()
@@ -268,17 +169,17 @@ void IdleDaemonService::exitDaemon()
 
 QByteArray IdleDaemonService::idleDaemonPreferences()
 {
-    return encodeAnswer(m_settings);
+    return encodeAnswer(m_settings.all());
 }
 
 void IdleDaemonService::setSuppressUserInteraction(bool suppress)
 {
-    set(kSuppressKey, suppress);
+    m_settings.set(IdleDaemonSettings::kSuppressKey, suppress);
 }
 
 bool IdleDaemonService::isUserInteractionSuppressed()
 {
-    return setting(kSuppressKey).toBool();
+    return m_settings.value(IdleDaemonSettings::kSuppressKey).toBool();
 }
 
 bool IdleDaemonService::fileExistsAtPath(const QString &path)
@@ -301,52 +202,52 @@ void IdleDaemonService::recordUserReviewedNewIssues(const QByteArray &issues)
     const QVariant value = decodeArgument(issues, "recordUserReviewedNewIssues", QMetaType::UnknownType);
     if (!value.isValid())
         return;
-    m_settings.insert(kReviewedKey, value);
-    set(kReviewDateKey, QDateTime::currentDateTimeUtc());
+    m_settings.set({{IdleDaemonSettings::kReviewedKey, value},
+                    {IdleDaemonSettings::kReviewDateKey, QDateTime::currentDateTimeUtc()}});
 }
 
 double IdleDaemonService::lastUserReviewDate()
 {
-    return HXDateToDBus(setting(kReviewDateKey).toDateTime());
+    return HXDateToDBus(m_settings.value(IdleDaemonSettings::kReviewDateKey).toDateTime());
 }
 
 bool IdleDaemonService::finderNeedsRelaunchForUser(const QString &user)
 {
-    return setting(kRelaunchKey).toList().contains(user);
+    return m_settings.value(IdleDaemonSettings::kRelaunchKey).toList().contains(user);
 }
 
 void IdleDaemonService::invalidateFinderNeedsRelaunchForUser(const QString &user)
 {
-    QVariantList users = setting(kRelaunchKey).toList();
+    QVariantList users = m_settings.value(IdleDaemonSettings::kRelaunchKey).toList();
     users.removeAll(user);
-    set(kRelaunchKey, users);
+    m_settings.set(IdleDaemonSettings::kRelaunchKey, users);
 }
 
 void IdleDaemonService::scheduleFinderNeedsRelaunchForUsers(const QByteArray &users)
 {
     const QVariant value = decodeArgument(users, "scheduleFinderNeedsRelaunchForUsers", QMetaType::QVariantList);
     if (value.isValid())
-        set(kRelaunchKey, value);
+        m_settings.set(IdleDaemonSettings::kRelaunchKey, value);
 }
 
 QByteArray IdleDaemonService::runningProcesses()
 {
     QVariantList names;
-    for (const auto &process : processes())
+    for (const auto &process : ProcessTable::processes())
         names.append(process.second);
     return encodeAnswer(names);
 }
 
 bool IdleDaemonService::processIsRunning(const QString &processName)
 {
-    return !pidsOf(processName).isEmpty();
+    return !ProcessTable::pidsOf(processName).isEmpty();
 }
 
 QByteArray IdleDaemonService::runningBlacklistedApps()
 {
     QVariantList running;
     for (const QString &name : kBlacklistedApps) {
-        if (!pidsOf(name).isEmpty())
+        if (!ProcessTable::pidsOf(name).isEmpty())
             running.append(name);
     }
     return encodeAnswer(running);
@@ -354,38 +255,27 @@ QByteArray IdleDaemonService::runningBlacklistedApps()
 
 QString IdleDaemonService::sampleOfProcessName(const QString &processName)
 {
-    QString sample;
-    for (const qint64 pid : pidsOf(processName)) {
-        QFile status(QStringLiteral("/proc/%1/status").arg(pid));
-        QFile stack(QStringLiteral("/proc/%1/wchan").arg(pid));
-        sample += QStringLiteral("Process %1 [%2]\n").arg(processName).arg(pid);
-        if (status.open(QIODevice::ReadOnly))
-            sample += QString::fromLocal8Bit(status.readAll());
-        if (stack.open(QIODevice::ReadOnly))
-            sample += QStringLiteral("Waiting in: %1\n").arg(QString::fromLocal8Bit(stack.readAll()));
-        sample += QLatin1Char('\n');
-    }
-    return sample.isEmpty() ? QStringLiteral("No process named %1 is running.\n").arg(processName) : sample;
+    return ProcessTable::sample(processName);
 }
 
 QByteArray IdleDaemonService::PIDsForProcessName(const QString &processName)
 {
     QVariantList pids;
-    for (const qint64 pid : pidsOf(processName))
+    for (const qint64 pid : ProcessTable::pidsOf(processName))
         pids.append(pid);
     return encodeAnswer(pids);
 }
 
 QByteArray IdleDaemonService::exclusions()
 {
-    return encodeAnswer(setting(kExclusionsKey).toList());
+    return encodeAnswer(m_settings.value(IdleDaemonSettings::kExclusionsKey).toList());
 }
 
 void IdleDaemonService::setExclusions(const QByteArray &exclusions)
 {
     const QVariant value = decodeArgument(exclusions, "setExclusions", QMetaType::QVariantList);
     if (value.isValid())
-        set(kExclusionsKey, value);
+        m_settings.set(IdleDaemonSettings::kExclusionsKey, value);
 }
 
 void IdleDaemonService::addExclusion(const QByteArray &exclusion)
@@ -393,9 +283,9 @@ void IdleDaemonService::addExclusion(const QByteArray &exclusion)
     const QVariant value = decodeArgument(exclusion, "addExclusion", QMetaType::UnknownType);
     if (!value.isValid())
         return;
-    QVariantList list = setting(kExclusionsKey).toList();
+    QVariantList list = m_settings.value(IdleDaemonSettings::kExclusionsKey).toList();
     list.append(value);
-    set(kExclusionsKey, list);
+    m_settings.set(IdleDaemonSettings::kExclusionsKey, list);
 }
 
 void IdleDaemonService::removeExclusion(const QByteArray &exclusion)
@@ -403,19 +293,19 @@ void IdleDaemonService::removeExclusion(const QByteArray &exclusion)
     const QVariant value = decodeArgument(exclusion, "removeExclusion", QMetaType::UnknownType);
     if (!value.isValid())
         return;
-    QVariantList list = setting(kExclusionsKey).toList();
+    QVariantList list = m_settings.value(IdleDaemonSettings::kExclusionsKey).toList();
     list.removeAll(value);
-    set(kExclusionsKey, list);
+    m_settings.set(IdleDaemonSettings::kExclusionsKey, list);
 }
 
 bool IdleDaemonService::allowsTestingOnBatteryPower()
 {
-    return setting(kBatteryKey).toBool();
+    return m_settings.value(IdleDaemonSettings::kBatteryKey).toBool();
 }
 
 void IdleDaemonService::setAllowsTestingOnBatteryPower(bool allows)
 {
-    set(kBatteryKey, allows);
+    m_settings.set(IdleDaemonSettings::kBatteryKey, allows);
 }
 
 bool IdleDaemonService::systemSleepTimeAllowsIdleRun()
@@ -427,7 +317,7 @@ void IdleDaemonService::setIdleSchedule(const QByteArray &schedule)
 {
     const QVariant value = decodeArgument(schedule, "setIdleSchedule", QMetaType::QVariantMap);
     if (value.isValid())
-        set(kScheduleKey, value);
+        m_settings.set(IdleDaemonSettings::kScheduleKey, value);
 }
 
 QByteArray IdleDaemonService::getIdleSchedule()
@@ -442,66 +332,38 @@ QDBusObjectPath IdleDaemonService::idleSchedule()
 
 bool IdleDaemonService::isDebugModeEnabled()
 {
-    return setting(kDebugKey).toBool();
+    return m_settings.value(IdleDaemonSettings::kDebugKey).toBool();
 }
 
 void IdleDaemonService::setIsDebugModeEnabled(bool enabled)
 {
-    set(kDebugKey, enabled);
+    m_settings.set(IdleDaemonSettings::kDebugKey, enabled);
 }
 
 void IdleDaemonService::resetGeneralDefaults()
 {
-    const QVariantMap defaults = generalDefaults();
-    for (auto it = defaults.cbegin(); it != defaults.cend(); ++it)
-        m_settings.insert(it.key(), it.value());
-    save();
+    m_settings.resetGeneralDefaults();
 }
 
 void IdleDaemonService::resetExclusions()
 {
-    set(kExclusionsKey, QVariantList());
+    m_settings.set(IdleDaemonSettings::kExclusionsKey, QVariantList());
 }
 
 double IdleDaemonService::POSTTestLastCheckDate()
 {
-    return HXDateToDBus(setting(kPOSTDateKey).toDateTime());
+    return HXDateToDBus(m_settings.value(IdleDaemonSettings::kPOSTDateKey).toDateTime());
 }
 
 void IdleDaemonService::setPOSTTestLastCheckDate(double date)
 {
     const QDateTime when = HXDateFromDBus(date);
     if (when.isValid())
-        m_settings.insert(kPOSTDateKey, when);
+        m_settings.set(IdleDaemonSettings::kPOSTDateKey, when);
     else
-        m_settings.remove(kPOSTDateKey);
-    save();
+        m_settings.remove(IdleDaemonSettings::kPOSTDateKey);
 }
 
 void IdleDaemonService::framistan()
 {
-}
-
-IdleScheduleObject::IdleScheduleObject(IdleDaemonService *daemon)
-    : QObject(daemon)
-    , m_daemon(daemon)
-{
-}
-
-qint64 IdleScheduleObject::count()
-{
-    return m_daemon->schedule().size();
-}
-
-QStringList IdleScheduleObject::allKeys()
-{
-    return m_daemon->schedule().keys();
-}
-
-QByteArray IdleScheduleObject::objectForKey(const QString &key)
-{
-    const QVariantMap schedule = m_daemon->schedule();
-    if (!schedule.contains(key))
-        return {};
-    return BinaryPlistWriter::write(schedule.value(key));
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "IdleDaemonSettings.h"
+
 #include <QDBusContext>
 #include <QDBusObjectPath>
 #include <QObject>
@@ -7,11 +9,9 @@
 
 class WorkerDaemonService;
 
-// The idle daemon's published object. Its settings (the idle schedule, the
-// exclusions, testing on battery, testing enabled, suppressed interaction,
-// debug mode, the recorded dates) live in a property-list file under the
-// root; a damaged file is moved aside, never overwritten. Forcing starts or
-// stops the worker's pass and keeps the marker files as the daemon does.
+// The idle daemon's published object: its settings (IdleDaemonSettings), the
+// machine's processes, and forcing, which starts or stops the worker's pass
+// and keeps the marker files as the daemon does.
 class IdleDaemonService : public QObject, protected QDBusContext
 {
     Q_OBJECT
@@ -21,7 +21,6 @@ public:
 
     IdleDaemonService(WorkerDaemonService *worker, bool sleepTimeAllowsIdleRun, QObject *parent = nullptr);
 
-    static QString settingsFile();
     QVariantMap schedule() const;
 
 public Q_SLOTS: // HXIdleDaemonUserInteractionProtocol
@@ -77,10 +76,6 @@ public Q_SLOTS: // HXIdleDaemonUserInteractionProtocol
     void framistan();
 
 private:
-    void load();
-    void save();
-    void set(const QString &key, const QVariant &value);
-    QVariant setting(const QString &key) const;
     // The by-copy argument, or an invalid value after refusing the call.
     QVariant decodeArgument(const QByteArray &bytes, const char *method, int expected);
     QByteArray encodeAnswer(const QVariant &value);
@@ -89,22 +84,5 @@ private:
     WorkerDaemonService *m_worker;
     bool m_sleepTimeAllowsIdleRun;
     bool m_idleIgnoreRequested = false;
-    QVariantMap m_settings;
-};
-
-// The schedule as a dictionary passed by reference (HXRemoteDictionary).
-class IdleScheduleObject : public QObject
-{
-    Q_OBJECT
-
-public:
-    explicit IdleScheduleObject(IdleDaemonService *daemon);
-
-public Q_SLOTS:
-    qint64 count();
-    QStringList allKeys();
-    QByteArray objectForKey(const QString &key);
-
-private:
-    IdleDaemonService *m_daemon;
+    IdleDaemonSettings m_settings;
 };

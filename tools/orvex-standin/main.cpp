@@ -10,6 +10,7 @@
 #include "HXStopSignals.h"
 #include "HXSystemLog.h"
 #include "IdleDaemonService.h"
+#include "IdleScheduleObject.h"
 #include "StandinScenario.h"
 #include "WorkerDaemonService.h"
 #include "agent_adaptor.h"
