@@ -3,6 +3,7 @@
 #include "HXAnimationTiming.h"
 #include "HXArtwork.h"
 #include "HXFade.h"
+#include "HXLabel.h"
 #include "HXMachineProbes.h"
 #include "HXStatusBoard.h"
 #include "HXTextField.h"
@@ -75,7 +76,7 @@ bool HXAnimView::batteryExists()
 HXAnimView::HXAnimView(const QString &title, const QString &iconName, QWidget *parent)
     : QAbstractButton(parent)
     , m_iconView(new QLabel(this))
-    , m_titleField(new QLabel(title, this))
+    , m_titleField(new HXLabel(title, this))
     , m_statusField(new HXTextField(this))
     , m_closeButton(new QPushButton(QStringLiteral("×"), this))
 {
@@ -84,11 +85,13 @@ HXAnimView::HXAnimView(const QString &title, const QString &iconName, QWidget *p
     m_iconView->setPixmap(HXArtwork::pixmap(iconName, QSize(kIconSize, kIconSize), devicePixelRatioF()));
     m_iconView->setFixedSize(kIconSize, kIconSize);
     m_titleField->setFont(HXArtwork::displayFont(22));
-    m_titleField->setStyleSheet(QStringLiteral("color: #f2f4f6;"));
+    m_titleField->setAlignment(Qt::AlignLeft);
+    m_titleField->setTextColor(QColor(0xf2, 0xf4, 0xf6));
+    m_titleField->setAttribute(Qt::WA_TransparentForMouseEvents);
     m_statusField->setRealFont(HXArtwork::technicalFont(22, QFont::Bold));
     m_statusField->setRealString(QCoreApplication::translate("HXAnimView", "PENDING..."));
     m_statusField->resetOn();
-    m_statusField->setStyleSheet(QStringLiteral("color: %1;").arg(statusColors()[0].name()));
+    m_statusField->setTextColor(statusColors()[0]);
 
     m_closeButton->setFixedSize(26, 26);
     m_closeButton->setCursor(Qt::PointingHandCursor);
@@ -172,7 +175,7 @@ void HXAnimView::setStatus(qint32 code, bool animated)
     m_testStatus = code;
     const char *word = code == 3 ? "FAILED" : code == 2 ? "WARNING" : code == 1 ? "PASSED" : "PENDING...";
     const QColor colour = code >= 1 && code <= 3 ? statusColors()[size_t(code)] : statusColors()[0];
-    m_statusField->setStyleSheet(QStringLiteral("color: %1;").arg(colour.name()));
+    m_statusField->setTextColor(colour);
     m_statusField->setRealString(QCoreApplication::translate("HXAnimView", word));
     if (animated) {
         m_statusField->resetOff();
@@ -226,7 +229,9 @@ void HXAnimView::layoutFields()
 {
     m_iconView->move(kMargin, kMargin);
     const int textLeft = kMargin + kIconSize + 14;
-    m_titleField->setGeometry(textLeft, kMargin - 2, width() - textLeft - 44, 30);
+    // The title's baseline a little above the status plate.
+    m_titleField->resize(width() - textLeft - 44, m_titleField->sizeHint().height());
+    m_titleField->move(textLeft, qRound(kMargin + 24 - m_titleField->baseline()));
     m_statusField->setGeometry(textLeft, kMargin + 32, std::min(230, width() - textLeft - kMargin), 34);
     m_statusField->resetFontSize();
     m_closeButton->move(width() - m_closeButton->width() - 10, 10);

@@ -6,6 +6,7 @@
 
 #include <array>
 
+class HXLabel;
 class HXTextField;
 class QLabel;
 class QPushButton;
@@ -29,6 +30,7 @@ public:
 
     qint32 testStatus() const { return m_testStatus; }
     void setStatus(qint32 code, bool animated);
+    HXLabel *titleField() const { return m_titleField; }
     HXTextField *statusField() const { return m_statusField; }
     QPushButton *closeButton() const { return m_closeButton; }
     const QList<QLabel *> &subFields() const { return m_subFields; }
@@ -85,7 +87,7 @@ private:
     QList<QWidget *> fadingParts() const;
 
     QLabel *m_iconView;
-    QLabel *m_titleField;
+    HXLabel *m_titleField;
     HXTextField *m_statusField;
     QPushButton *m_closeButton;
     QList<QLabel *> m_subFields;

@@ -8,6 +8,7 @@
 #include "HXDaemonInteraction.h"
 #include "HXDaemonPresence.h"
 #include "HXIconAnimate.h"
+#include "HXLabel.h"
 #include "HXMachineProbes.h"
 #include "HXNotificationCenter.h"
 #include "HXReportArchive.h"
@@ -160,7 +161,7 @@ private Q_SLOTS:
         // Drives: volume structures 0, partition map 2, RAID 4, surface scan 1, SMART 3.
         QCOMPARE(c->drivesView()->testStatus(), 3);
         QCOMPARE(c->drivesView()->statusField()->realString(), QStringLiteral("FAILED"));
-        QVERIFY(c->drivesView()->statusField()->styleSheet().contains(QLatin1String("#e5484d")));
+        QCOMPARE(c->drivesView()->statusField()->textColor(), QColor(0xe5, 0x48, 0x4d));
         QVERIFY(bulletColour(c->drivesView(), 1).contains(QLatin1String("#f5c518"))); // partition map: yellow
         QVERIFY(bulletColour(c->drivesView(), 2).contains(QLatin1String("#7d858f"))); // RAID: gray
         QCOMPARE(c->resultIndex(HXTest::SMART), 1);
@@ -175,6 +176,24 @@ private Q_SLOTS:
         QCOMPARE(c->icon(HXTest::Battery)->shownImageName(), QStringLiteral("batteryGray"));
         QCOMPARE(c->icon(HXTest::RAID)->shownImageName(), QStringLiteral("raidGray"));
         QCOMPARE(c->icon(HXTest::Memory)->shownImageName(), QStringLiteral("memoryOrange"));
+
+        // The embossed titles stand whole inside their panels, above the
+        // status plates.
+        c->view()->show();
+        QVERIFY(QTest::qWaitForWindowExposed(c->view()));
+        const QList<std::pair<HXAnimView *, QString>> titles = {
+            {c->hardwareView(), QStringLiteral("Hardware")},
+            {c->systemView(), QStringLiteral("System")},
+            {c->drivesView(), QStringLiteral("Drives")},
+            {c->filesView(), QStringLiteral("Files")}};
+        for (const auto &[group, name] : titles) {
+            const HXLabel *title = group->titleField();
+            QCOMPARE(title->text(), name);
+            const QRectF line = title->textRect().translated(title->pos());
+            QVERIFY(QRectF(title->geometry()).contains(line));
+            QVERIFY(line.top() >= 0 && line.right() < group->width());
+            QVERIFY(title->y() + title->baseline() < group->statusField()->y());
+        }
 
         // A new report is seen and shown.
         writeReport({result(HXDTestResultErrorType, HXDIOErrorTestName)});
