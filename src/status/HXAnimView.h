@@ -48,8 +48,6 @@ public:
     void fadeOut();
     void activate();
     void deactivate();
-    void bind() {}
-    void unbind() {}
 
     double panelOpacity() const { return m_panelOpacity; }
     void setPanelOpacity(double opacity);

@@ -126,7 +126,6 @@ void HXStatusViewController::showView(HXAnimView *view, const QString &advice, c
         view->setParent(m_adviceView);
         view->move(onScreen);
         view->show();
-        view->unbind();
         view->setFixedHeight(target.height());
     }
     for (HXAnimView *group : groupViews())
@@ -211,7 +210,6 @@ void HXStatusViewController::showAllBoxes()
                         box->setMaximumHeight(QWIDGETSIZE_MAX);
                         box->setGeometry(previous);
                         box->show();
-                        box->bind();
                     }
                     for (QWidget *extra : showingBoxExtras())
                         extra->deleteLater();
