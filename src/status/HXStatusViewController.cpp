@@ -215,8 +215,8 @@ void HXStatusViewController::wire()
     connect(m_options.reporter, &HXStatusReporter::reportChanged, this, &HXStatusViewController::reloadData);
     // 2. The local notifications.
     HXNotificationCenter *local = m_options.localCenter;
-    m_localTokens.push_back(local->addObserver(QStringLiteral("HXDidClearReport"), nullptr,
-                                                  [this](const HXNotification &) { reloadData(); }));
+    m_localTokens.push_back(local->addObserver(HXDidClearReportNotification, nullptr,
+                                               [this](const HXNotification &) { reloadData(); }));
     m_localTokens.push_back(local->addObserver(HXUpdateTestStatusNotification, nullptr,
                                                   [this](const HXNotification &) { updateTestStatus(); }));
     m_localTokens.push_back(local->addObserver(HXTestingFinishedStatusNotification, nullptr,
@@ -224,10 +224,11 @@ void HXStatusViewController::wire()
     // 3. The debug switch, replacing an earlier observation.
     if (m_showAllToken)
         local->removeObserver(m_showAllToken);
-    m_showAllToken = local->addObserver(HXDebugShowAllNotification, nullptr, [this](const HXNotification &n) {
-        const QVariant given = n.userInfo.value(QStringLiteral("ShowAll"));
-        setShowAll(given.isValid() ? given.toBool() : !m_showAll);
-    });
+    m_showAllToken =
+        local->addObserver(HXDebugShowAllNotification, nullptr, [this](const HXNotification &n) {
+            const QVariant given = n.userInfo.value(HXShowAllKey);
+            setShowAll(given.isValid() ? given.toBool() : !m_showAll);
+        });
     // 4.
     reloadData();
     // 6. Once per process: the worker's broadcast.
@@ -389,7 +390,7 @@ void HXStatusViewController::testingFinishedStatus()
 void HXStatusViewController::gotoLog(qint64 index)
 {
     m_options.localCenter->post(HXShowLogViewNotification, this,
-                                {{QStringLiteral("ScrollToTop"), true}, {QStringLiteral("ResultIndex"), index}});
+                                {{HXScrollToTopKey, true}, {HXResultIndexKey, index}});
 }
 
 void HXStatusViewController::showInLog(HXTest test)
@@ -402,7 +403,7 @@ void HXStatusViewController::showInLog(HXTest test)
 void HXStatusViewController::individualStatusButtonClicked(qint64 tag)
 {
     m_options.localCenter->post(HXShowLogViewNotification, this,
-                                {{QStringLiteral("ScrollToTop"), false}, {QStringLiteral("ResultIndex"), tag}});
+                                {{HXScrollToTopKey, false}, {HXResultIndexKey, tag}});
 }
 
 // --- tab transitions ---------------------------------------------------------
