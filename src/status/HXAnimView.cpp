@@ -40,6 +40,36 @@ QFont subFieldFont()
     return HXArtwork::displayFont(12);
 }
 
+// How a test is named on its group's panel, and whether it has a log action
+// of its own (the partition map has none).
+struct TestRow
+{
+    HXTest test;
+    const char *name;
+    bool hasLogAction;
+};
+constexpr TestRow kTestRows[] = {
+    {HXTest::Memory, QT_TRANSLATE_NOOP("HXAnimView", "Memory"), true},
+    {HXTest::Battery, QT_TRANSLATE_NOOP("HXAnimView", "Battery"), true},
+    {HXTest::IO, QT_TRANSLATE_NOOP("HXAnimView", "Disk I/O Errors"), true},
+    {HXTest::POST, QT_TRANSLATE_NOOP("HXAnimView", "Power On Self-Test"), true},
+    {HXTest::VolumeStructures, QT_TRANSLATE_NOOP("HXAnimView", "Volume Structures"), true},
+    {HXTest::PartitionMap, QT_TRANSLATE_NOOP("HXAnimView", "Partition Map"), false},
+    {HXTest::RAID, QT_TRANSLATE_NOOP("HXAnimView", "RAID"), true},
+    {HXTest::SurfaceScan, QT_TRANSLATE_NOOP("HXAnimView", "Surface Scan"), true},
+    {HXTest::SMART, QT_TRANSLATE_NOOP("HXAnimView", "SMART"), true},
+    {HXTest::FileStructures, QT_TRANSLATE_NOOP("HXAnimView", "File Structures"), true},
+};
+
+const TestRow &rowOf(HXTest test)
+{
+    for (const TestRow &row : kTestRows) {
+        if (row.test == test)
+            return row;
+    }
+    Q_UNREACHABLE();
+}
+
 // Runs the steps one after another, each after its wait, on the main thread.
 void runSteps(QObject *context, std::vector<std::pair<int, std::function<void()>>> steps, size_t from = 0)
 {
@@ -73,8 +103,11 @@ bool HXAnimView::batteryExists()
     return HXMachineProbes::current().hasInternalBattery();
 }
 
-HXAnimView::HXAnimView(const QString &title, const QString &iconName, QWidget *parent)
+HXAnimView::HXAnimView(HXTestGroup group, const QString &title, const QString &iconName,
+                       QWidget *parent)
     : QAbstractButton(parent)
+    , m_group(group)
+    , m_tests(HXTestsOfGroup(group))
     , m_iconView(new QLabel(this))
     , m_titleField(new HXLabel(title, this))
     , m_statusField(new HXTextField(this))
@@ -102,6 +135,8 @@ HXAnimView::HXAnimView(const QString &title, const QString &iconName, QWidget *p
     m_closeButton->hide();
     HXOpacityEffect(m_closeButton)->setOpacity(0.0);
     connect(m_closeButton, &QPushButton::clicked, this, &HXAnimView::closeRequested);
+    for (HXTest test : std::as_const(m_tests))
+        addTest(test);
     layoutFields();
 }
 
@@ -111,32 +146,59 @@ void HXAnimView::setRealFrame(const QRect &frame)
     setGeometry(frame);
 }
 
-QLabel *HXAnimView::addTest(const QString &name, bool hasLogButton)
+void HXAnimView::addTest(HXTest test)
 {
+    const TestRow &row = rowOf(test);
     auto *bullet = new QLabel(QStringLiteral("•"), this);
     QFont bulletFont = font();
     bulletFont.setPointSize(16);
     bullet->setFont(bulletFont);
-    auto *field = new QLabel(name, this);
+    auto *field = new QLabel(QCoreApplication::translate("HXAnimView", row.name), this);
     field->setFont(subFieldFont());
     field->setStyleSheet(QStringLiteral("color: #d8dde2;"));
     m_subFields << bullet << field;
     QPushButton *log = nullptr;
-    if (hasLogButton) {
+    if (row.hasLogAction) {
         log = new QPushButton(QStringLiteral("›"), this);
         log->setFixedSize(22, 20);
         log->setCursor(Qt::PointingHandCursor);
         log->setToolTip(QCoreApplication::translate("HXAnimView", "Show this result in the log"));
         log->setStyleSheet(QStringLiteral("QPushButton { color: #f08a24; background: transparent; border: none;"
                                           " font-size: 18px; font-weight: bold; } QPushButton:hover { color: white; }"));
-        const int slot = int(m_codes.size());
-        connect(log, &QPushButton::clicked, this, [this, slot] { Q_EMIT showInLog(slot); });
+        connect(log, &QPushButton::clicked, this, [this, test] { Q_EMIT showInLog(test); });
     }
     m_logButtons.append(log);
     m_codes.append(0);
     setTestCode(int(m_codes.size()) - 1, 0);
-    layoutFields();
-    return field;
+}
+
+QLabel *HXAnimView::nameField(HXTest test) const
+{
+    const qsizetype slot = m_tests.indexOf(test);
+    return slot < 0 ? nullptr : m_subFields.value(2 * slot + 1);
+}
+
+bool HXAnimView::testApplies(HXTest) const
+{
+    return true;
+}
+
+void HXAnimView::setStatusForTests(const QMap<HXTest, qint32> &codes)
+{
+    for (qsizetype slot = 0; slot < m_tests.size(); ++slot) {
+        const HXTest test = m_tests[slot];
+        setTestCode(int(slot), testApplies(test) ? codes.value(test, HXGroupStatusNoResult)
+                                                 : HXGroupStatusNotApplicable);
+    }
+    setStatus(HXStatusBoard::combine(QList<int>(m_codes.cbegin(), m_codes.cend())), true);
+}
+
+void HXAnimView::setStatusForTests(const HXStatusBoard &board)
+{
+    QMap<HXTest, qint32> codes;
+    for (HXTest test : std::as_const(m_tests))
+        codes.insert(test, board.testStatus(test));
+    setStatusForTests(codes);
 }
 
 void HXAnimView::setTestCode(int slot, qint32 code)
@@ -161,11 +223,6 @@ void HXAnimView::updateLogButtons()
         if (QPushButton *log = m_logButtons[slot])
             log->setVisible(m_showAll || m_codes.value(slot) == 2 || m_codes.value(slot) == 3);
     }
-}
-
-void HXAnimView::showCombined()
-{
-    setStatus(HXStatusBoard::combine(QList<int>(m_codes.cbegin(), m_codes.cend())), true);
 }
 
 void HXAnimView::setStatus(qint32 code, bool animated)

@@ -169,17 +169,9 @@ QWidget *HXStatusViewController::makeView()
     connect(m_systemView, &QAbstractButton::clicked, this, &HXStatusViewController::showSystemRepairAdvice);
     connect(m_drivesView, &QAbstractButton::clicked, this, &HXStatusViewController::showDrivesRepairAdvice);
     connect(m_filesView, &QAbstractButton::clicked, this, &HXStatusViewController::showFilesRepairAdvice);
-    for (HXAnimView *group : groupViews())
+    for (HXAnimView *group : groupViews()) {
         connect(group, &HXAnimView::closeRequested, this, [this] { showAllBoxes(); });
-    // The go-to-log arrows, by group and place.
-    const std::pair<HXAnimView *, QList<HXTest>> logTests[] = {
-        {m_hardwareView, {HXTest::Memory, HXTest::Battery}},
-        {m_systemView, {HXTest::IO, HXTest::POST}},
-        {m_drivesView, {HXTest::VolumeStructures, HXTest::PartitionMap, HXTest::RAID, HXTest::SurfaceScan, HXTest::SMART}},
-        {m_filesView, {HXTest::FileStructures}}};
-    for (const auto &[group, tests] : logTests) {
-        const QList<HXTest> order = tests;
-        connect(group, &HXAnimView::showInLog, this, [this, order](int slot) { showInLog(order.value(slot)); });
+        connect(group, &HXAnimView::showInLog, this, &HXStatusViewController::showInLog);
     }
 
     m_repairAdviceView = new QScrollArea(root);
@@ -306,12 +298,9 @@ void HXStatusViewController::reloadData()
     m_board.rebuild(m_options.reporter->report());
     if (!m_root)
         return;
-    auto code = [this](HXTest t) { return m_board.testStatus(t); };
-    m_drivesView->setStatusForVolumeStructures(code(HXTest::VolumeStructures), code(HXTest::PartitionMap),
-                                               code(HXTest::RAID), code(HXTest::SurfaceScan), code(HXTest::SMART));
-    m_filesView->setStatusForFileStructures(code(HXTest::FileStructures));
-    m_hardwareView->setStatusForMemory(code(HXTest::Memory), code(HXTest::Battery));
-    m_systemView->setStatusForIO(code(HXTest::IO), code(HXTest::POST));
+    // Each group takes the codes of its own tests.
+    for (HXAnimView *group : groupViews())
+        group->setStatusForTests(m_board);
 }
 
 void HXStatusViewController::initializeTestStatus()

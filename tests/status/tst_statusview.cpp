@@ -248,6 +248,58 @@ private Q_SLOTS:
         QVERIFY(c->showAll());
         m_local.post(HXDebugShowAllNotification, nullptr);
         QVERIFY(!c->showAll());
+
+        // A group's arrows ask for their own tests' results; the partition
+        // map has no arrow.
+        c->view()->show();
+        QVERIFY(QTest::qWaitForWindowExposed(c->view()));
+        c->setShowAll(true);
+        requests.clear();
+        QTest::mouseClick(c->hardwareView()->logButton(HXTest::Battery), Qt::LeftButton);
+        QTest::mouseClick(c->hardwareView()->logButton(HXTest::Memory), Qt::LeftButton);
+        QCOMPARE(requests.size(), 2);
+        QCOMPARE(requests[0].value(QStringLiteral("ResultIndex")).toLongLong(),
+                 HXResultIndexNotFound);
+        QCOMPARE(requests[1].value(QStringLiteral("ResultIndex")).toLongLong(), 1);
+        QVERIFY(!c->drivesView()->logButton(HXTest::PartitionMap));
+        QVERIFY(c->drivesView()->logButton(HXTest::SMART));
+    }
+
+    void namedSettersPutEachCodeOnItsTest()
+    {
+        // Two rounds, so that every two tests differ in one of them.
+        HXDrivesView drives;
+        drives.setStatusForVolumeStructures(1, 2, 3, 0, 2);
+        QCOMPARE(
+            (QList<qint32>{drives.volumeStructuresStatus(), drives.partitionMapStatus(),
+                           drives.raidStatus(), drives.surfaceScanStatus(), drives.smartStatus()}),
+            (QList<qint32>{1, 2, 3, 0, 2}));
+        QCOMPARE(drives.testStatus(), 3);
+        drives.setStatusForVolumeStructures(2, 3, 0, 1, 1);
+        QCOMPARE(
+            (QList<qint32>{drives.volumeStructuresStatus(), drives.partitionMapStatus(),
+                           drives.raidStatus(), drives.surfaceScanStatus(), drives.smartStatus()}),
+            (QList<qint32>{2, 3, 0, 1, 1}));
+        QCOMPARE(bulletColour(&drives, drives.tests().indexOf(HXTest::PartitionMap)),
+                 QStringLiteral("color: #e5484d;"));
+
+        HXHardwareView hardware;
+        hardware.setStatusForMemory(2, 1);
+        QCOMPARE(hardware.memoryStatus(), 2);
+        QCOMPARE(hardware.batteryStatus(), 1);
+        m_machine.battery = false; // a desktop: the battery's code does not count
+        hardware.setStatusForMemory(1, 3);
+        QCOMPARE(hardware.batteryStatus(), 4);
+        QCOMPARE(hardware.testStatus(), 1);
+
+        HXSystemView system;
+        system.setStatusForIO(0, 3);
+        QCOMPARE(system.ioStatus(), 0);
+        QCOMPARE(system.postStatus(), 3);
+        HXFilesView files;
+        files.setStatusForFileStructures(2);
+        QCOMPARE(files.testStatus(), 2);
+        QCOMPARE(files.statusField()->realString(), QStringLiteral("WARNING"));
     }
 
     void adviceFlowsAroundTheBox()
@@ -395,7 +447,7 @@ private Q_SLOTS:
         QTest::mouseClick(c.filesView(), Qt::LeftButton);
         QTRY_VERIFY(!c.isAnimatingBox());
         QVERIFY(c.adviceView()->document()->toPlainText().contains(QLatin1String("File Structures test checks")));
-        QTest::mouseClick(c.filesView()->logButton(0), Qt::LeftButton);
+        QTest::mouseClick(c.filesView()->logButton(HXTest::FileStructures), Qt::LeftButton);
         QCOMPARE(requests.size(), 1);
         QCOMPARE(requests[0].value(QStringLiteral("ResultIndex")).toLongLong(), 1); // the error, second in the report
         QCOMPARE(standin.stop(), 0);
