@@ -5,12 +5,14 @@
 #include "HXImageFilters.h"
 #include "HXLabel.h"
 #include "HXProgress.h"
+#include "HXStagedAnimation.h"
 #include "HXTextAnimate.h"
 #include "HXTextField.h"
 
 #include <QPainter>
 #include <QPropertyAnimation>
 #include <QTest>
+#include <QThread>
 
 namespace {
 QRect opaqueBounds(const QImage &image)
@@ -244,6 +246,52 @@ private Q_SLOTS:
         QVERIFY(field.isTyping());
         QTRY_VERIFY(!field.isTyping());
         QCOMPARE(field.text(), QStringLiteral("PASSED"));
+    }
+
+    void stagedAnimationRunsItsStagesOnTheMainThread()
+    {
+        std::atomic<bool> cancel{false};
+        QStringList ran;
+        QList<bool> onMain;
+        auto step = [&](const QString &name) {
+            return [&, name] {
+                ran.append(name);
+                onMain.append(QThread::currentThread() == qApp->thread());
+            };
+        };
+        {
+            HXStagedAnimation stages(cancel);
+            stages.run({{step(QStringLiteral("a")), 50},
+                        {step(QStringLiteral("b")), 0},
+                        {step(QStringLiteral("c"))}});
+            QVERIFY(stages.isRunning());
+            QTRY_VERIFY(!stages.isRunning());
+            QCOMPARE(ran,
+                     QStringList({QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("c")}));
+            QVERIFY(!onMain.contains(false));
+
+            // A cancel seen after a stage that checks it ends the sequence
+            // there, and is cleared.
+            ran.clear();
+            stages.run({{[&] {
+                             ran.append(QStringLiteral("first"));
+                             cancel = true;
+                         },
+                         10, true},
+                        {step(QStringLiteral("never"))}});
+            QTRY_VERIFY(!stages.isRunning());
+            QCOMPARE(ran, QStringList({QStringLiteral("first")}));
+            QVERIFY(!cancel);
+
+            // Going away in the middle of a long wait stops at once; the
+            // rest never runs.
+            ran.clear();
+            stages.run(
+                {{step(QStringLiteral("before")), 1000000}, {step(QStringLiteral("after"))}});
+            QTRY_COMPARE(ran, QStringList({QStringLiteral("before")}));
+        }
+        QCoreApplication::processEvents();
+        QCOMPARE(ran, QStringList({QStringLiteral("before")}));
     }
 
     void iconStates()
