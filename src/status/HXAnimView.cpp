@@ -286,8 +286,11 @@ void HXAnimView::layoutFields()
 {
     m_iconView->move(kMargin, kMargin);
     const int textLeft = kMargin + kIconSize + 14;
-    // The title's baseline a little above the status plate.
-    m_titleField->resize(width() - textLeft - 44, m_titleField->sizeHint().height());
+    // The title's baseline a little above the status plate. Its width is
+    // the word's, not the panel's, so that resizing the window does not draw
+    // it anew.
+    m_titleField->resize(std::min(m_titleField->sizeHint().width(), width() - textLeft - 44),
+                         m_titleField->sizeHint().height());
     m_titleField->move(textLeft, qRound(kMargin + 24 - m_titleField->baseline()));
     m_statusField->setGeometry(textLeft, kMargin + 32, std::min(230, width() - textLeft - kMargin), 34);
     m_statusField->resetFontSize();

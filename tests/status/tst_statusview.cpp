@@ -411,6 +411,8 @@ private Q_SLOTS:
         HXStatusViewController c(options);
         c.view()->resize(884, 500);
         c.view()->show();
+        // On screen and drawn before the pass starts, as the user sees it.
+        QVERIFY(QTest::qWaitForWindowExposed(c.view()));
         int finished = 0;
         c.setTestingFinishedHandler([&] { ++finished; });
 
