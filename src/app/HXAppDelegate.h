@@ -56,7 +56,6 @@ public:
     HXDebugWindowController *debugWindowController() const { return m_debugWindowController; }
     QMenuBar *menuBar() const { return m_menuBar; }
 
-    bool userNotificationsEnabled() const { return m_userNotificationsEnabled; }
     bool userNotificationsSupported() const { return m_userNotificationsSupported; }
     bool showResetMenuItem() const { return m_showResetMenuItem; }
 
@@ -100,7 +99,6 @@ private:
     std::unique_ptr<QPrinter> m_printer; // the shared print settings
     bool m_storeTried = false;
     bool m_contextMade = false;
-    bool m_userNotificationsEnabled = false;
     bool m_userNotificationsSupported = false;
     bool m_showResetMenuItem = false;
 };

@@ -386,9 +386,9 @@ void HXMainWindowController::selectTabAndOpenWindow(const QString &identifier)
 void HXMainWindowController::showLogWindowNotification(const QVariantMap &userInfo)
 {
     selectTabAndOpenWindow(HXTabViewLogTabIdentifier);
-    if (userInfo.contains(QStringLiteral("ScrollToTop")))
+    if (userInfo.contains(HXScrollToTopKey))
         m_options.localCenter->post(HXScrollLogViewToTopNotification, this);
-    const QVariant index = userInfo.value(QStringLiteral("ResultIndex"));
+    const QVariant index = userInfo.value(HXResultIndexKey);
     if (index.isValid() && index.toLongLong() != HXResultIndexNotFound)
         m_options.localCenter->post(HXShowResultNotification, this, userInfo);
 }

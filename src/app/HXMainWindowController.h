@@ -18,14 +18,8 @@ class QPushButton;
 class QSettings;
 class QStackedWidget;
 
-inline const QString HXTabViewStatusTabIdentifier = QStringLiteral("HXStatusView");
-inline const QString HXTabViewLogTabIdentifier = QStringLiteral("HXLogView");
-inline const QString HXTabViewAboutTabIdentifier = QStringLiteral("HXAboutView");
-inline const QString HXAgentRequestTabViewChangeNotification = QStringLiteral("HXAgentRequestTabViewChangeNotification");
-inline const QString HXOrvexAppMainWindowTabIDKey = QStringLiteral("HXMainWindowTabIdentifier");
+// The defaults key of the launch counter.
 inline const QString HXOrvexLaunchCount = QStringLiteral("HXOrvexLaunchCount");
-inline const QString HXScrollLogViewToTopNotification = QStringLiteral("ScrollLogViewToTopNotification");
-inline const QString HXShowResultNotification = QStringLiteral("ShowResultNotification");
 
 // A view controller whose tab is not in the window.
 class HXTabViewControllerMissingIdentifierException : public std::runtime_error

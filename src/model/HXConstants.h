@@ -73,11 +73,31 @@ inline const QString HXDTestFoundErrorInfoBSDNameKey = QStringLiteral("bsdName")
 inline const QString HXDTestFoundErrorInfoDescriptionKey = QStringLiteral("description");
 inline const QString HXDTestFoundErrorInfoUUIDKey = QStringLiteral("UUID");
 
-// Local notifications between the views and the window.
+// Local notifications between the views and the window, and their keys.
 inline const QString HXShowLogViewNotification = QStringLiteral("ShowLogViewNotification");
 inline const QString HXUpdateTestStatusNotification = QStringLiteral("UpdateTestStatusNotification");
 inline const QString HXTestingFinishedStatusNotification = QStringLiteral("TestingFinishedStatusNotification");
 inline const QString HXDebugShowAllNotification = QStringLiteral("DEBUG_SHOW_ALL_NOTIFICATION");
+inline const QString HXDidClearReportNotification = QStringLiteral("HXDidClearReport");
+inline const QString HXScrollLogViewToTopNotification =
+    QStringLiteral("ScrollLogViewToTopNotification");
+inline const QString HXShowResultNotification = QStringLiteral("ShowResultNotification");
+// Present (any value): the log view scrolls to its top.
+inline const QString HXScrollToTopKey = QStringLiteral("ScrollToTop");
+// A result's index in the report's test results.
+inline const QString HXResultIndexKey = QStringLiteral("ResultIndex");
+// The debug switch's value; without it the switch toggles.
+inline const QString HXShowAllKey = QStringLiteral("ShowAll");
+
+// The main window's tabs, and the agent's request for one of them. The tab
+// identifier key is also the defaults key of the tab to open at the next
+// launch.
+inline const QString HXTabViewStatusTabIdentifier = QStringLiteral("HXStatusView");
+inline const QString HXTabViewLogTabIdentifier = QStringLiteral("HXLogView");
+inline const QString HXTabViewAboutTabIdentifier = QStringLiteral("HXAboutView");
+inline const QString HXAgentRequestTabViewChangeNotification =
+    QStringLiteral("HXAgentRequestTabViewChangeNotification");
+inline const QString HXOrvexAppMainWindowTabIDKey = QStringLiteral("HXMainWindowTabIdentifier");
 
 // The worker's broadcast that a live test status changed (no user info).
 inline const QString OrvexWorkerDaemonTestStatusChangedNotification =

@@ -31,7 +31,6 @@ public:
     // Checks the path and nothing more: the registration stays.
     void stopWatchingDirectory(const QString &path);
 
-    EventBlock eventBlock() const { return m_eventBlock; }
     void setEventBlock(EventBlock block) { m_eventBlock = std::move(block); }
     QString watchPath() const { return m_watchPath; }
     void setWatchPath(const QString &path) { m_watchPath = path; }

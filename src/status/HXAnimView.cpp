@@ -3,6 +3,7 @@
 #include "HXAnimationTiming.h"
 #include "HXArtwork.h"
 #include "HXFade.h"
+#include "HXLabel.h"
 #include "HXMachineProbes.h"
 #include "HXStatusBoard.h"
 #include "HXTextField.h"
@@ -39,6 +40,36 @@ QFont subFieldFont()
     return HXArtwork::displayFont(12);
 }
 
+// How a test is named on its group's panel, and whether it has a log action
+// of its own (the partition map has none).
+struct TestRow
+{
+    HXTest test;
+    const char *name;
+    bool hasLogAction;
+};
+constexpr TestRow kTestRows[] = {
+    {HXTest::Memory, QT_TRANSLATE_NOOP("HXAnimView", "Memory"), true},
+    {HXTest::Battery, QT_TRANSLATE_NOOP("HXAnimView", "Battery"), true},
+    {HXTest::IO, QT_TRANSLATE_NOOP("HXAnimView", "Disk I/O Errors"), true},
+    {HXTest::POST, QT_TRANSLATE_NOOP("HXAnimView", "Power On Self-Test"), true},
+    {HXTest::VolumeStructures, QT_TRANSLATE_NOOP("HXAnimView", "Volume Structures"), true},
+    {HXTest::PartitionMap, QT_TRANSLATE_NOOP("HXAnimView", "Partition Map"), false},
+    {HXTest::RAID, QT_TRANSLATE_NOOP("HXAnimView", "RAID"), true},
+    {HXTest::SurfaceScan, QT_TRANSLATE_NOOP("HXAnimView", "Surface Scan"), true},
+    {HXTest::SMART, QT_TRANSLATE_NOOP("HXAnimView", "SMART"), true},
+    {HXTest::FileStructures, QT_TRANSLATE_NOOP("HXAnimView", "File Structures"), true},
+};
+
+const TestRow &rowOf(HXTest test)
+{
+    for (const TestRow &row : kTestRows) {
+        if (row.test == test)
+            return row;
+    }
+    Q_UNREACHABLE();
+}
+
 // Runs the steps one after another, each after its wait, on the main thread.
 void runSteps(QObject *context, std::vector<std::pair<int, std::function<void()>>> steps, size_t from = 0)
 {
@@ -72,10 +103,13 @@ bool HXAnimView::batteryExists()
     return HXMachineProbes::current().hasInternalBattery();
 }
 
-HXAnimView::HXAnimView(const QString &title, const QString &iconName, QWidget *parent)
+HXAnimView::HXAnimView(HXTestGroup group, const QString &title, const QString &iconName,
+                       QWidget *parent)
     : QAbstractButton(parent)
+    , m_group(group)
+    , m_tests(HXTestsOfGroup(group))
     , m_iconView(new QLabel(this))
-    , m_titleField(new QLabel(title, this))
+    , m_titleField(new HXLabel(title, this))
     , m_statusField(new HXTextField(this))
     , m_closeButton(new QPushButton(QStringLiteral("×"), this))
 {
@@ -84,11 +118,13 @@ HXAnimView::HXAnimView(const QString &title, const QString &iconName, QWidget *p
     m_iconView->setPixmap(HXArtwork::pixmap(iconName, QSize(kIconSize, kIconSize), devicePixelRatioF()));
     m_iconView->setFixedSize(kIconSize, kIconSize);
     m_titleField->setFont(HXArtwork::displayFont(22));
-    m_titleField->setStyleSheet(QStringLiteral("color: #f2f4f6;"));
+    m_titleField->setAlignment(Qt::AlignLeft);
+    m_titleField->setTextColor(QColor(0xf2, 0xf4, 0xf6));
+    m_titleField->setAttribute(Qt::WA_TransparentForMouseEvents);
     m_statusField->setRealFont(HXArtwork::technicalFont(22, QFont::Bold));
     m_statusField->setRealString(QCoreApplication::translate("HXAnimView", "PENDING..."));
     m_statusField->resetOn();
-    m_statusField->setStyleSheet(QStringLiteral("color: %1;").arg(statusColors()[0].name()));
+    m_statusField->setTextColor(statusColors()[0]);
 
     m_closeButton->setFixedSize(26, 26);
     m_closeButton->setCursor(Qt::PointingHandCursor);
@@ -99,6 +135,8 @@ HXAnimView::HXAnimView(const QString &title, const QString &iconName, QWidget *p
     m_closeButton->hide();
     HXOpacityEffect(m_closeButton)->setOpacity(0.0);
     connect(m_closeButton, &QPushButton::clicked, this, &HXAnimView::closeRequested);
+    for (HXTest test : std::as_const(m_tests))
+        addTest(test);
     layoutFields();
 }
 
@@ -108,32 +146,59 @@ void HXAnimView::setRealFrame(const QRect &frame)
     setGeometry(frame);
 }
 
-QLabel *HXAnimView::addTest(const QString &name, bool hasLogButton)
+void HXAnimView::addTest(HXTest test)
 {
+    const TestRow &row = rowOf(test);
     auto *bullet = new QLabel(QStringLiteral("•"), this);
     QFont bulletFont = font();
     bulletFont.setPointSize(16);
     bullet->setFont(bulletFont);
-    auto *field = new QLabel(name, this);
+    auto *field = new QLabel(QCoreApplication::translate("HXAnimView", row.name), this);
     field->setFont(subFieldFont());
     field->setStyleSheet(QStringLiteral("color: #d8dde2;"));
     m_subFields << bullet << field;
     QPushButton *log = nullptr;
-    if (hasLogButton) {
+    if (row.hasLogAction) {
         log = new QPushButton(QStringLiteral("›"), this);
         log->setFixedSize(22, 20);
         log->setCursor(Qt::PointingHandCursor);
         log->setToolTip(QCoreApplication::translate("HXAnimView", "Show this result in the log"));
         log->setStyleSheet(QStringLiteral("QPushButton { color: #f08a24; background: transparent; border: none;"
                                           " font-size: 18px; font-weight: bold; } QPushButton:hover { color: white; }"));
-        const int slot = int(m_codes.size());
-        connect(log, &QPushButton::clicked, this, [this, slot] { Q_EMIT showInLog(slot); });
+        connect(log, &QPushButton::clicked, this, [this, test] { Q_EMIT showInLog(test); });
     }
     m_logButtons.append(log);
     m_codes.append(0);
     setTestCode(int(m_codes.size()) - 1, 0);
-    layoutFields();
-    return field;
+}
+
+QLabel *HXAnimView::nameField(HXTest test) const
+{
+    const qsizetype slot = m_tests.indexOf(test);
+    return slot < 0 ? nullptr : m_subFields.value(2 * slot + 1);
+}
+
+bool HXAnimView::testApplies(HXTest) const
+{
+    return true;
+}
+
+void HXAnimView::setStatusForTests(const QMap<HXTest, qint32> &codes)
+{
+    for (qsizetype slot = 0; slot < m_tests.size(); ++slot) {
+        const HXTest test = m_tests[slot];
+        setTestCode(int(slot), testApplies(test) ? codes.value(test, HXGroupStatusNoResult)
+                                                 : HXGroupStatusNotApplicable);
+    }
+    setStatus(HXStatusBoard::combine(QList<int>(m_codes.cbegin(), m_codes.cend())), true);
+}
+
+void HXAnimView::setStatusForTests(const HXStatusBoard &board)
+{
+    QMap<HXTest, qint32> codes;
+    for (HXTest test : std::as_const(m_tests))
+        codes.insert(test, board.testStatus(test));
+    setStatusForTests(codes);
 }
 
 void HXAnimView::setTestCode(int slot, qint32 code)
@@ -160,11 +225,6 @@ void HXAnimView::updateLogButtons()
     }
 }
 
-void HXAnimView::showCombined()
-{
-    setStatus(HXStatusBoard::combine(QList<int>(m_codes.cbegin(), m_codes.cend())), true);
-}
-
 void HXAnimView::setStatus(qint32 code, bool animated)
 {
     if (code == m_testStatus)
@@ -172,7 +232,7 @@ void HXAnimView::setStatus(qint32 code, bool animated)
     m_testStatus = code;
     const char *word = code == 3 ? "FAILED" : code == 2 ? "WARNING" : code == 1 ? "PASSED" : "PENDING...";
     const QColor colour = code >= 1 && code <= 3 ? statusColors()[size_t(code)] : statusColors()[0];
-    m_statusField->setStyleSheet(QStringLiteral("color: %1;").arg(colour.name()));
+    m_statusField->setTextColor(colour);
     m_statusField->setRealString(QCoreApplication::translate("HXAnimView", word));
     if (animated) {
         m_statusField->resetOff();
@@ -226,7 +286,12 @@ void HXAnimView::layoutFields()
 {
     m_iconView->move(kMargin, kMargin);
     const int textLeft = kMargin + kIconSize + 14;
-    m_titleField->setGeometry(textLeft, kMargin - 2, width() - textLeft - 44, 30);
+    // The title's baseline a little above the status plate. Its width is
+    // the word's, not the panel's, so that resizing the window does not draw
+    // it anew.
+    m_titleField->resize(std::min(m_titleField->sizeHint().width(), width() - textLeft - 44),
+                         m_titleField->sizeHint().height());
+    m_titleField->move(textLeft, qRound(kMargin + 24 - m_titleField->baseline()));
     m_statusField->setGeometry(textLeft, kMargin + 32, std::min(230, width() - textLeft - kMargin), 34);
     m_statusField->resetFontSize();
     m_closeButton->move(width() - m_closeButton->width() - 10, 10);

@@ -1,11 +1,15 @@
 #pragma once
 
+#include "HXStatusBoard.h"
+
 #include <QAbstractButton>
 #include <QColor>
 #include <QList>
-
+#include <QMap>
 #include <array>
+#include <functional>
 
+class HXLabel;
 class HXTextField;
 class QLabel;
 class QPushButton;
@@ -13,7 +17,8 @@ class QPushButton;
 // A group of tests on the status tab: a clickable panel with the group's
 // icon, its title, a large status word and a coloured bullet and name per
 // test. It slides in and out with the tab, fades while another group's result
-// box is open, and shows a close button while its own box is open.
+// box is open, and shows a close button while its own box is open. Its tests
+// are those of its group, listed in the group's order.
 class HXAnimView : public QAbstractButton
 {
     Q_OBJECT
@@ -25,10 +30,23 @@ public:
     static const std::array<QColor, 5> &statusColors();
     static bool batteryExists();
 
-    HXAnimView(const QString &title, const QString &iconName, QWidget *parent = nullptr);
+    HXAnimView(HXTestGroup group, const QString &title, const QString &iconName,
+               QWidget *parent = nullptr);
+
+    HXTestGroup group() const { return m_group; }
+    const QList<HXTest> &tests() const { return m_tests; }
+    // Shows each test's code (0..3; a test not given has no result), with
+    // "not applicable" put in for tests this machine cannot run, and the
+    // combined status.
+    void setStatusForTests(const QMap<HXTest, qint32> &codes);
+    void setStatusForTests(const HXStatusBoard &board);
+    // The code a test shows, after the not-applicable substitution.
+    qint32 statusOf(HXTest test) const { return m_codes.value(m_tests.indexOf(test)); }
+    QLabel *nameField(HXTest test) const;
 
     qint32 testStatus() const { return m_testStatus; }
     void setStatus(qint32 code, bool animated);
+    HXLabel *titleField() const { return m_titleField; }
     HXTextField *statusField() const { return m_statusField; }
     QPushButton *closeButton() const { return m_closeButton; }
     const QList<QLabel *> &subFields() const { return m_subFields; }
@@ -46,8 +64,6 @@ public:
     void fadeOut();
     void activate();
     void deactivate();
-    void bind() {}
-    void unbind() {}
 
     double panelOpacity() const { return m_panelOpacity; }
     void setPanelOpacity(double opacity);
@@ -57,21 +73,18 @@ public:
     // A test's go-to-log arrow shows while the test has a warning or an
     // error, or always with `showAll`; a test without a log action has none.
     void setLogButtonsShownAlways(bool showAll);
-    QPushButton *logButton(int slot) const { return m_logButtons.value(slot); }
+    QPushButton *logButton(HXTest test) const { return m_logButtons.value(m_tests.indexOf(test)); }
 
 Q_SIGNALS:
     // The close button of an open box.
     void closeRequested();
-    // The go-to-log arrow of the test in `slot` (the order of addTest).
-    void showInLog(int slot);
+    // The go-to-log arrow of a test.
+    void showInLog(HXTest test);
 
 protected:
-    // Adds a test's bullet and name; returns the name field.
-    QLabel *addTest(const QString &name, bool hasLogButton = true);
-    void setTestCode(int slot, qint32 code);
-    qint32 testCode(int slot) const { return m_codes.value(slot); }
-    // Combines the tests (after not-applicable substitution) and shows it.
-    void showCombined();
+    // Whether this machine can run the test; the groups with tests that
+    // depend on the machine say which.
+    virtual bool testApplies(HXTest test) const;
     // A click on a test's name: explains a test that does not apply.
     void explainWhenNotApplicable(QLabel *name, std::function<bool()> applies, const QString &message,
                                   const QString &informative);
@@ -81,11 +94,16 @@ protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
+    // Adds a test's bullet, name and, when it has a log action, its arrow.
+    void addTest(HXTest test);
+    void setTestCode(int slot, qint32 code);
     void layoutFields();
     QList<QWidget *> fadingParts() const;
 
+    HXTestGroup m_group;
+    QList<HXTest> m_tests;
     QLabel *m_iconView;
-    QLabel *m_titleField;
+    HXLabel *m_titleField;
     HXTextField *m_statusField;
     QPushButton *m_closeButton;
     QList<QLabel *> m_subFields;

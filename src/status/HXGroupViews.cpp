@@ -1,57 +1,49 @@
 #include "HXGroupViews.h"
 
 #include "HXMachineProbes.h"
-#include "HXStatusBoard.h"
-
-#include <QCoreApplication>
 
 HXHardwareView::HXHardwareView(QWidget *parent)
-    : HXAnimView(tr("Hardware"), QStringLiteral("hardwareGroup"), parent)
+    : HXAnimView(HXTestGroup::Hardware, tr("Hardware"), QStringLiteral("hardwareGroup"), parent)
 {
-    addTest(tr("Memory"));
-    m_batteryField = addTest(tr("Battery"));
-    explainWhenNotApplicable(m_batteryField, [] { return batteryExists(); }, tr("No Battery"),
-                             tr("Your computer is not equiped with an internal battery."));
+    explainWhenNotApplicable(
+        batteryField(), [] { return batteryExists(); }, tr("No Battery"),
+        tr("Your computer is not equiped with an internal battery."));
+}
+
+bool HXHardwareView::testApplies(HXTest test) const
+{
+    return test != HXTest::Battery || batteryExists();
 }
 
 void HXHardwareView::setStatusForMemory(qint32 memory, qint32 battery)
 {
-    setTestCode(0, memory);
-    setTestCode(1, batteryExists() ? battery : HXGroupStatusNotApplicable);
-    showCombined();
+    setStatusForTests({{HXTest::Memory, memory}, {HXTest::Battery, battery}});
 }
 
 HXSystemView::HXSystemView(QWidget *parent)
-    : HXAnimView(tr("System"), QStringLiteral("systemGroup"), parent)
+    : HXAnimView(HXTestGroup::System, tr("System"), QStringLiteral("systemGroup"), parent)
 {
-    addTest(tr("Disk I/O Errors"));
-    addTest(tr("Power On Self-Test"));
 }
 
 void HXSystemView::setStatusForIO(qint32 io, qint32 post)
 {
-    setTestCode(0, io);
-    setTestCode(1, post);
-    showCombined();
+    setStatusForTests({{HXTest::IO, io}, {HXTest::POST, post}});
 }
 
 HXDrivesView::HXDrivesView(QWidget *parent)
-    : HXAnimView(tr("Drives"), QStringLiteral("drivesGroup"), parent)
+    : HXAnimView(HXTestGroup::Drives, tr("Drives"), QStringLiteral("drivesGroup"), parent)
 {
-    addTest(tr("Volume Structures"));
-    // The partition map has no log action of its own.
-    m_partitionMapField = addTest(tr("Partition Map"), false);
-    m_raidField = addTest(tr("RAID"));
-    addTest(tr("Surface Scan"));
-    m_smartField = addTest(tr("SMART"));
-    explainWhenNotApplicable(m_partitionMapField, [] { return partitionMapIsTestable(); },
-                             tr("Cannot test partition map"),
-                             tr("The partition map test is available on Mac OS X 10.7 and later."));
-    explainWhenNotApplicable(m_raidField, [] { return HXMachineProbes::current().raidExists(); }, tr("No RAID Array"),
-                             tr("Your computer is not equiped with a RAID Array."));
-    explainWhenNotApplicable(m_smartField, [] { return HXMachineProbes::current().smartExists(); },
-                             tr("SMART Not Supported"),
-                             tr("Your computer does not have any SMART enabled drives connected."));
+    explainWhenNotApplicable(
+        partitionMapField(), [] { return partitionMapIsTestable(); },
+        tr("Cannot test partition map"),
+        tr("The partition map test is available on Mac OS X 10.7 and later."));
+    explainWhenNotApplicable(
+        raidField(), [] { return HXMachineProbes::current().raidExists(); }, tr("No RAID Array"),
+        tr("Your computer is not equiped with a RAID Array."));
+    explainWhenNotApplicable(
+        smartField(), [] { return HXMachineProbes::current().smartExists(); },
+        tr("SMART Not Supported"),
+        tr("Your computer does not have any SMART enabled drives connected."));
 }
 
 bool HXDrivesView::partitionMapIsTestable()
@@ -59,26 +51,37 @@ bool HXDrivesView::partitionMapIsTestable()
     return HXMachineProbes::current().partitionMapIsTestable();
 }
 
+bool HXDrivesView::testApplies(HXTest test) const
+{
+    const HXMachineProbes &machine = HXMachineProbes::current();
+    switch (test) {
+    case HXTest::PartitionMap:
+        return partitionMapIsTestable();
+    case HXTest::RAID:
+        return machine.raidExists();
+    case HXTest::SMART:
+        return machine.smartExists();
+    default:
+        return true;
+    }
+}
+
 void HXDrivesView::setStatusForVolumeStructures(qint32 volumeStructures, qint32 partitionMap, qint32 raid,
                                                 qint32 surfaceScan, qint32 smart)
 {
-    const HXMachineProbes &machine = HXMachineProbes::current();
-    setTestCode(0, volumeStructures);
-    setTestCode(1, partitionMapIsTestable() ? partitionMap : HXGroupStatusNotApplicable);
-    setTestCode(2, machine.raidExists() ? raid : HXGroupStatusNotApplicable);
-    setTestCode(3, surfaceScan);
-    setTestCode(4, machine.smartExists() ? smart : HXGroupStatusNotApplicable);
-    showCombined();
+    setStatusForTests({{HXTest::VolumeStructures, volumeStructures},
+                       {HXTest::PartitionMap, partitionMap},
+                       {HXTest::RAID, raid},
+                       {HXTest::SurfaceScan, surfaceScan},
+                       {HXTest::SMART, smart}});
 }
 
 HXFilesView::HXFilesView(QWidget *parent)
-    : HXAnimView(tr("Files"), QStringLiteral("filesGroup"), parent)
+    : HXAnimView(HXTestGroup::Files, tr("Files"), QStringLiteral("filesGroup"), parent)
 {
-    addTest(tr("File Structures"));
 }
 
 void HXFilesView::setStatusForFileStructures(qint32 fileStructures)
 {
-    setTestCode(0, fileStructures);
-    showCombined();
+    setStatusForTests({{HXTest::FileStructures, fileStructures}});
 }

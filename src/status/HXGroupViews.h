@@ -2,9 +2,10 @@
 
 #include "HXAnimView.h"
 
-// The four groups. Each takes its tests' codes from the status rebuild, puts
-// "not applicable" in for tests this machine cannot run, colours the bullets
-// and shows the combined status.
+// The four groups. Each lists the tests of its group, takes their codes from
+// the status rebuild, puts "not applicable" in for tests this machine cannot
+// run, colours the bullets and shows the combined status. The setters with
+// the tests' names take the codes in the order their names give.
 
 class HXHardwareView : public HXAnimView
 {
@@ -13,12 +14,12 @@ class HXHardwareView : public HXAnimView
 public:
     explicit HXHardwareView(QWidget *parent = nullptr);
     void setStatusForMemory(qint32 memory, qint32 battery);
-    qint32 memoryStatus() const { return testCode(0); }
-    qint32 batteryStatus() const { return testCode(1); }
-    QLabel *batteryField() const { return m_batteryField; }
+    qint32 memoryStatus() const { return statusOf(HXTest::Memory); }
+    qint32 batteryStatus() const { return statusOf(HXTest::Battery); }
+    QLabel *batteryField() const { return nameField(HXTest::Battery); }
 
-private:
-    QLabel *m_batteryField;
+protected:
+    bool testApplies(HXTest test) const override;
 };
 
 class HXSystemView : public HXAnimView
@@ -28,8 +29,8 @@ class HXSystemView : public HXAnimView
 public:
     explicit HXSystemView(QWidget *parent = nullptr);
     void setStatusForIO(qint32 io, qint32 post);
-    qint32 ioStatus() const { return testCode(0); }
-    qint32 postStatus() const { return testCode(1); }
+    qint32 ioStatus() const { return statusOf(HXTest::IO); }
+    qint32 postStatus() const { return statusOf(HXTest::POST); }
 };
 
 class HXDrivesView : public HXAnimView
@@ -41,19 +42,17 @@ public:
     static bool partitionMapIsTestable();
     void setStatusForVolumeStructures(qint32 volumeStructures, qint32 partitionMap, qint32 raid, qint32 surfaceScan,
                                       qint32 smart);
-    qint32 volumeStructuresStatus() const { return testCode(0); }
-    qint32 partitionMapStatus() const { return testCode(1); }
-    qint32 raidStatus() const { return testCode(2); }
-    qint32 surfaceScanStatus() const { return testCode(3); }
-    qint32 smartStatus() const { return testCode(4); }
-    QLabel *partitionMapField() const { return m_partitionMapField; }
-    QLabel *raidField() const { return m_raidField; }
-    QLabel *smartField() const { return m_smartField; }
+    qint32 volumeStructuresStatus() const { return statusOf(HXTest::VolumeStructures); }
+    qint32 partitionMapStatus() const { return statusOf(HXTest::PartitionMap); }
+    qint32 raidStatus() const { return statusOf(HXTest::RAID); }
+    qint32 surfaceScanStatus() const { return statusOf(HXTest::SurfaceScan); }
+    qint32 smartStatus() const { return statusOf(HXTest::SMART); }
+    QLabel *partitionMapField() const { return nameField(HXTest::PartitionMap); }
+    QLabel *raidField() const { return nameField(HXTest::RAID); }
+    QLabel *smartField() const { return nameField(HXTest::SMART); }
 
-private:
-    QLabel *m_partitionMapField;
-    QLabel *m_raidField;
-    QLabel *m_smartField;
+protected:
+    bool testApplies(HXTest test) const override;
 };
 
 class HXFilesView : public HXAnimView
@@ -63,5 +62,5 @@ class HXFilesView : public HXAnimView
 public:
     explicit HXFilesView(QWidget *parent = nullptr);
     void setStatusForFileStructures(qint32 fileStructures);
-    qint32 fileStructuresStatus() const { return testCode(0); }
+    qint32 fileStructuresStatus() const { return statusOf(HXTest::FileStructures); }
 };

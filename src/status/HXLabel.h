@@ -46,6 +46,29 @@ public:
     void setText(const QString &text);
     void setFont(const QFont &font);
 
+    // Shows only the first `count` characters, without drawing anything
+    // anew: what a word typed in letter by letter needs. Negative: all.
+    int shownLength() const { return m_shownLength; }
+    void setShownLength(int count);
+    QString shownText() const { return m_shownLength < 0 ? m_text : m_text.left(m_shownLength); }
+
+    // Where the line of text sits across the label: centred unless told
+    // otherwise; a left or right aligned line keeps `indent` points from its
+    // edge. The line's height in the label follows the drawing rule.
+    Qt::Alignment alignment() const { return m_alignment; }
+    void setAlignment(Qt::Alignment alignment);
+    int indent() const { return m_indent; }
+    void setIndent(int indent);
+    // The colour the finished lettering is tinted with: the embossed image
+    // is gray, from white to mid-gray, and is multiplied by it. White leaves
+    // it as it is.
+    QColor textColor() const { return m_textColor; }
+    void setTextColor(const QColor &color);
+    // The line box of the text and its baseline, in the label's coordinates,
+    // for placing the label so that its lettering lands where it should.
+    QRectF textRect() const;
+    qreal baseline() const;
+
     QColor gradientStartColor() const { return m_gradientStartColor; }
     void setGradientStartColor(const QColor &color);
     QColor gradientStopColor() const { return m_gradientStopColor; }
@@ -74,6 +97,9 @@ public:
     const ImageVar &shadeImage() const { return m_shadeImage; }
     const ImageVar &blackAndWhiteShadeImage() const { return m_blackAndWhiteShadeImage; }
     const ImageVar &textImage() const { return m_textImage; }
+    // What painting draws: the text image tinted and scaled down to the
+    // label's device pixels (made with it, after it).
+    const QImage &displayImage() const { return m_displayImage; }
 
     // Runs the pipeline for the current size (what painting does first).
     void renderImages();
@@ -87,7 +113,10 @@ protected:
 
 private:
     QSize scaledSize() const;
+    double textLeft(double width, double textWidth, double scale) const;
+    QFont scaledFont() const;
     QImage makeMask() const;
+    void makeDisplayImages();
     QImage makeShade(const QColor &from, const QColor &to, double start, double stop) const;
 
     QString m_text;
@@ -101,6 +130,10 @@ private:
     double m_shadowBlur = 1.0;
     double m_heightMapRadius = 5.0;
     double m_shadedMaterialScale = 50.0;
+    Qt::Alignment m_alignment = Qt::AlignHCenter;
+    int m_indent = 0;
+    QColor m_textColor = Qt::white;
+    int m_shownLength = -1;
 
     ImageVar m_maskImage{this, QStringLiteral("mask")};
     ImageVar m_shadeImage{this, QStringLiteral("shade")};
@@ -108,5 +141,9 @@ private:
     ImageVar m_textImage{this, QStringLiteral("text")};
     ImageVar m_bgImage{this, QStringLiteral("bg")};
     ImageVar m_flatTextImage{this, QStringLiteral("flatText")};
-    QImage m_shadow; // of the text image, made with it
+    // The text image tinted, and its shadow, scaled to device pixels once
+    // rather than on every paint: a smooth reduction by three keeps the
+    // strokes crisp where a scaled draw would alias.
+    QImage m_displayImage;
+    QImage m_displayShadow;
 };

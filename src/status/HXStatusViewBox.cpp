@@ -23,6 +23,18 @@ QFont HXStatusViewController::adviceFont() const
     return font;
 }
 
+void HXStatusViewController::fadeAdvice(double to, int milliseconds)
+{
+    if (milliseconds <= 0) {
+        m_adviceView->setTextOpacity(to);
+        return;
+    }
+    auto *fade = new QPropertyAnimation(m_adviceView, "textOpacity", m_adviceView);
+    fade->setDuration(HXAnimationTiming::milliseconds(milliseconds));
+    fade->setEndValue(to);
+    fade->start(QAbstractAnimation::DeleteWhenStopped);
+}
+
 void HXStatusViewController::showHardwareRepairAdvice()
 {
     showView(m_hardwareView, HXRepairAdvice::hardwareAdvice(HXAnimView::batteryExists()), {});
@@ -126,7 +138,6 @@ void HXStatusViewController::showView(HXAnimView *view, const QString &advice, c
         view->setParent(m_adviceView);
         view->move(onScreen);
         view->show();
-        view->unbind();
         view->setFixedHeight(target.height());
     }
     for (HXAnimView *group : groupViews())
@@ -134,35 +145,35 @@ void HXStatusViewController::showView(HXAnimView *view, const QString &advice, c
     m_showingBox = view;
 
     QPointer<HXAnimView> box(view);
-    runStages({{[this, box] {
-                    fadeStatusView(0.0, 250);
-                    for (HXAnimView *group : groupViews()) {
-                        if (group != box)
-                            group->fadeOut();
-                    }
-                },
-                500, true},
-               {[box, target] {
-                    if (!box)
-                        return;
-                    auto *move = new QPropertyAnimation(box, "pos", box);
-                    move->setDuration(HXAnimationTiming::milliseconds(250));
-                    move->setEasingCurve(QEasingCurve::OutQuad);
-                    move->setEndValue(target.topLeft());
-                    move->start(QAbstractAnimation::DeleteWhenStopped);
-                },
-                500, true},
-               {[this, box] {
-                    m_adviceView->setFocus();
-                    fadeAdvice(1.0, 250);
-                    for (QWidget *extra : showingBoxExtras())
-                        HXFade(extra, 1.0, 250);
-                    if (box) {
-                        box->activate();
-                        box->setEnabled(true);
-                    }
-                    cancelAnimation = false;
-                }}});
+    m_stages.run({{[this, box] {
+                       fadeStatusView(0.0, 250);
+                       for (HXAnimView *group : groupViews()) {
+                           if (group != box)
+                               group->fadeOut();
+                       }
+                   },
+                   500, true},
+                  {[box, target] {
+                       if (!box)
+                           return;
+                       auto *move = new QPropertyAnimation(box, "pos", box);
+                       move->setDuration(HXAnimationTiming::milliseconds(250));
+                       move->setEasingCurve(QEasingCurve::OutQuad);
+                       move->setEndValue(target.topLeft());
+                       move->start(QAbstractAnimation::DeleteWhenStopped);
+                   },
+                   500, true},
+                  {[this, box] {
+                      m_adviceView->setFocus();
+                      fadeAdvice(1.0, 250);
+                      for (QWidget *extra : showingBoxExtras())
+                          HXFade(extra, 1.0, 250);
+                      if (box) {
+                          box->activate();
+                          box->setEnabled(true);
+                      }
+                      cancelAnimation = false;
+                  }}});
 }
 
 void HXStatusViewController::showAllBoxes()
@@ -178,49 +189,48 @@ void HXStatusViewController::showAllBoxes()
     // the rows stay in the group view.
     m_showingBox = nullptr;
     m_showingBoxExtras.clear();
-    runStages({{[this, box] {
-                    fadeAdvice(0.0, 250);
-                    for (QWidget *extra : showingBoxExtras())
-                        HXFade(extra, 0.0, 250);
-                    if (box)
-                        box->deactivate();
-                },
-                500},
-               {[this, box, previous] {
-                    if (!box)
-                        return;
-                    auto *move = new QPropertyAnimation(box, "pos", box);
-                    move->setDuration(HXAnimationTiming::milliseconds(250));
-                    move->setEasingCurve(QEasingCurve::OutQuad);
-                    move->setEndValue(m_statusView->mapTo(m_root, previous.topLeft()));
-                    move->start(QAbstractAnimation::DeleteWhenStopped);
-                },
-                500},
-               {[this, box] {
-                    fadeStatusView(1.0, 250);
-                    for (HXAnimView *group : groupViews()) {
-                        if (group != box)
-                            group->fadeIn();
-                    }
-                },
-                500},
-               {[this, box, previous] {
-                    if (box) {
-                        box->setParent(m_statusView);
-                        box->setMinimumHeight(0);
-                        box->setMaximumHeight(QWIDGETSIZE_MAX);
-                        box->setGeometry(previous);
-                        box->show();
-                        box->bind();
-                    }
-                    for (QWidget *extra : showingBoxExtras())
-                        extra->deleteLater();
-                    m_repairAdviceView->hide();
-                    fadeAdvice(0.0, 0);
-                    m_adviceView->hide();
-                    for (HXAnimView *group : groupViews())
-                        group->setEnabled(true);
-                    m_adviceView->clear();
-                    layoutStatusView();
-                }}});
+    m_stages.run({{[this, box] {
+                       fadeAdvice(0.0, 250);
+                       for (QWidget *extra : showingBoxExtras())
+                           HXFade(extra, 0.0, 250);
+                       if (box)
+                           box->deactivate();
+                   },
+                   500},
+                  {[this, box, previous] {
+                       if (!box)
+                           return;
+                       auto *move = new QPropertyAnimation(box, "pos", box);
+                       move->setDuration(HXAnimationTiming::milliseconds(250));
+                       move->setEasingCurve(QEasingCurve::OutQuad);
+                       move->setEndValue(m_statusView->mapTo(m_root, previous.topLeft()));
+                       move->start(QAbstractAnimation::DeleteWhenStopped);
+                   },
+                   500},
+                  {[this, box] {
+                       fadeStatusView(1.0, 250);
+                       for (HXAnimView *group : groupViews()) {
+                           if (group != box)
+                               group->fadeIn();
+                       }
+                   },
+                   500},
+                  {[this, box, previous] {
+                      if (box) {
+                          box->setParent(m_statusView);
+                          box->setMinimumHeight(0);
+                          box->setMaximumHeight(QWIDGETSIZE_MAX);
+                          box->setGeometry(previous);
+                          box->show();
+                      }
+                      for (QWidget *extra : showingBoxExtras())
+                          extra->deleteLater();
+                      m_repairAdviceView->hide();
+                      fadeAdvice(0.0, 0);
+                      m_adviceView->hide();
+                      for (HXAnimView *group : groupViews())
+                          group->setEnabled(true);
+                      m_adviceView->clear();
+                      layoutStatusView();
+                  }}});
 }

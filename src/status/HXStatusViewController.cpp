@@ -1,13 +1,11 @@
 #include "HXStatusViewController.h"
 
-#include "HXAnimationTiming.h"
 #include "HXArtwork.h"
 #include "HXConstants.h"
 #include "HXDBusNotificationCenter.h"
 #include "HXDaemonInteraction.h"
 #include "HXDaemonPresence.h"
 #include "HXDescriptionField.h"
-#include "HXFade.h"
 #include "HXIconAnimate.h"
 #include "HXMachineProbes.h"
 #include "HXNotificationCenter.h"
@@ -19,15 +17,8 @@
 
 #include <QCoreApplication>
 #include <QDesktopServices>
-#include <QGraphicsOpacityEffect>
 #include <QLabel>
-#include <QPropertyAnimation>
-#include <QResizeEvent>
 #include <QScrollArea>
-#include <QScrollBar>
-#include <QSemaphore>
-#include <QThread>
-#include <QTimer>
 #include <QUrl>
 #include <optional>
 #include <utility>
@@ -71,7 +62,6 @@ HXStatusViewController::HXStatusViewController(Options options, QObject *parent)
     if (!m_options.localCenter)
         m_options.localCenter = &HXNotificationCenter::defaultCenter();
     m_repairAdviceExtraStrings = HXRepairAdvice::repairToolSentences();
-    m_stages.setMaxThreadCount(4);
     if (m_options.listenerPort != 0) {
         m_svrcm = std::make_unique<HXStatusViewRemoteControlManager>(m_options.listenerPort, m_options.localCenter);
         m_svrcm->start();
@@ -85,8 +75,7 @@ HXStatusViewController::HXStatusViewController(QObject *parent)
 
 HXStatusViewController::~HXStatusViewController()
 {
-    m_stopping = true;
-    m_stages.waitForDone();
+    m_stages.stop();
     for (const quint64 token : m_localTokens)
         m_options.localCenter->removeObserver(token);
     if (m_showAllToken)
@@ -169,17 +158,9 @@ QWidget *HXStatusViewController::makeView()
     connect(m_systemView, &QAbstractButton::clicked, this, &HXStatusViewController::showSystemRepairAdvice);
     connect(m_drivesView, &QAbstractButton::clicked, this, &HXStatusViewController::showDrivesRepairAdvice);
     connect(m_filesView, &QAbstractButton::clicked, this, &HXStatusViewController::showFilesRepairAdvice);
-    for (HXAnimView *group : groupViews())
+    for (HXAnimView *group : groupViews()) {
         connect(group, &HXAnimView::closeRequested, this, [this] { showAllBoxes(); });
-    // The go-to-log arrows, by group and place.
-    const std::pair<HXAnimView *, QList<HXTest>> logTests[] = {
-        {m_hardwareView, {HXTest::Memory, HXTest::Battery}},
-        {m_systemView, {HXTest::IO, HXTest::POST}},
-        {m_drivesView, {HXTest::VolumeStructures, HXTest::PartitionMap, HXTest::RAID, HXTest::SurfaceScan, HXTest::SMART}},
-        {m_filesView, {HXTest::FileStructures}}};
-    for (const auto &[group, tests] : logTests) {
-        const QList<HXTest> order = tests;
-        connect(group, &HXAnimView::showInLog, this, [this, order](int slot) { showInLog(order.value(slot)); });
+        connect(group, &HXAnimView::showInLog, this, &HXStatusViewController::showInLog);
     }
 
     m_repairAdviceView = new QScrollArea(root);
@@ -215,8 +196,8 @@ void HXStatusViewController::wire()
     connect(m_options.reporter, &HXStatusReporter::reportChanged, this, &HXStatusViewController::reloadData);
     // 2. The local notifications.
     HXNotificationCenter *local = m_options.localCenter;
-    m_localTokens.push_back(local->addObserver(QStringLiteral("HXDidClearReport"), nullptr,
-                                                  [this](const HXNotification &) { reloadData(); }));
+    m_localTokens.push_back(local->addObserver(HXDidClearReportNotification, nullptr,
+                                               [this](const HXNotification &) { reloadData(); }));
     m_localTokens.push_back(local->addObserver(HXUpdateTestStatusNotification, nullptr,
                                                   [this](const HXNotification &) { updateTestStatus(); }));
     m_localTokens.push_back(local->addObserver(HXTestingFinishedStatusNotification, nullptr,
@@ -224,10 +205,11 @@ void HXStatusViewController::wire()
     // 3. The debug switch, replacing an earlier observation.
     if (m_showAllToken)
         local->removeObserver(m_showAllToken);
-    m_showAllToken = local->addObserver(HXDebugShowAllNotification, nullptr, [this](const HXNotification &n) {
-        const QVariant given = n.userInfo.value(QStringLiteral("ShowAll"));
-        setShowAll(given.isValid() ? given.toBool() : !m_showAll);
-    });
+    m_showAllToken =
+        local->addObserver(HXDebugShowAllNotification, nullptr, [this](const HXNotification &n) {
+            const QVariant given = n.userInfo.value(HXShowAllKey);
+            setShowAll(given.isValid() ? given.toBool() : !m_showAll);
+        });
     // 4.
     reloadData();
     // 6. Once per process: the worker's broadcast.
@@ -305,12 +287,9 @@ void HXStatusViewController::reloadData()
     m_board.rebuild(m_options.reporter->report());
     if (!m_root)
         return;
-    auto code = [this](HXTest t) { return m_board.testStatus(t); };
-    m_drivesView->setStatusForVolumeStructures(code(HXTest::VolumeStructures), code(HXTest::PartitionMap),
-                                               code(HXTest::RAID), code(HXTest::SurfaceScan), code(HXTest::SMART));
-    m_filesView->setStatusForFileStructures(code(HXTest::FileStructures));
-    m_hardwareView->setStatusForMemory(code(HXTest::Memory), code(HXTest::Battery));
-    m_systemView->setStatusForIO(code(HXTest::IO), code(HXTest::POST));
+    // Each group takes the codes of its own tests.
+    for (HXAnimView *group : groupViews())
+        group->setStatusForTests(m_board);
 }
 
 void HXStatusViewController::initializeTestStatus()
@@ -389,7 +368,7 @@ void HXStatusViewController::testingFinishedStatus()
 void HXStatusViewController::gotoLog(qint64 index)
 {
     m_options.localCenter->post(HXShowLogViewNotification, this,
-                                {{QStringLiteral("ScrollToTop"), true}, {QStringLiteral("ResultIndex"), index}});
+                                {{HXScrollToTopKey, true}, {HXResultIndexKey, index}});
 }
 
 void HXStatusViewController::showInLog(HXTest test)
@@ -402,146 +381,5 @@ void HXStatusViewController::showInLog(HXTest test)
 void HXStatusViewController::individualStatusButtonClicked(qint64 tag)
 {
     m_options.localCenter->post(HXShowLogViewNotification, this,
-                                {{QStringLiteral("ScrollToTop"), false}, {QStringLiteral("ResultIndex"), tag}});
+                                {{HXScrollToTopKey, false}, {HXResultIndexKey, tag}});
 }
-
-// --- tab transitions ---------------------------------------------------------
-
-void HXStatusViewController::slideStatusView(int y, int milliseconds)
-{
-    auto *slide = new QPropertyAnimation(m_statusView, "pos", m_statusView);
-    slide->setDuration(HXAnimationTiming::milliseconds(milliseconds));
-    slide->setEasingCurve(QEasingCurve::OutQuad);
-    slide->setEndValue(QPoint(0, y));
-    slide->start(QAbstractAnimation::DeleteWhenStopped);
-}
-
-bool HXStatusViewController::isOnScreen() const
-{
-    return !m_statusView || m_statusView->y() == 0;
-}
-
-bool HXStatusViewController::statusViewIsTransparent() const
-{
-    return m_statusView && m_statusViewOpacity == 0.0;
-}
-
-void HXStatusViewController::fadeAdvice(double to, int milliseconds)
-{
-    if (milliseconds <= 0) {
-        m_adviceView->setTextOpacity(to);
-        return;
-    }
-    auto *fade = new QPropertyAnimation(m_adviceView, "textOpacity", m_adviceView);
-    fade->setDuration(HXAnimationTiming::milliseconds(milliseconds));
-    fade->setEndValue(to);
-    fade->start(QAbstractAnimation::DeleteWhenStopped);
-}
-
-void HXStatusViewController::fadeStatusView(double to, int milliseconds)
-{
-    m_statusViewOpacity = to;
-    for (HXIconAnimate *icon : m_icons) {
-        auto *fade = new QPropertyAnimation(icon, "fade", icon);
-        fade->setDuration(HXAnimationTiming::milliseconds(milliseconds));
-        fade->setEndValue(to);
-        fade->start(QAbstractAnimation::DeleteWhenStopped);
-    }
-    const auto captions = m_statusView->findChildren<QLabel *>(QStringLiteral("caption"));
-    for (QLabel *caption : captions)
-        HXFade(caption, to, milliseconds);
-}
-
-void HXStatusViewController::viewWillAppearHX()
-{
-    view();
-    for (HXAnimView *group : groupViews())
-        group->viewWillAppear();
-    // One panel height down, out of sight, to rise into place.
-    m_statusView->move(0, m_statusView->height());
-}
-
-void HXStatusViewController::viewDidAppearHX()
-{
-    view();
-    runStages({{[this] { slideStatusView(0, 125); }, 125, false},
-               {[this] {
-                    for (HXAnimView *group : groupViews())
-                        group->viewDidAppear();
-                }}});
-    updateTestStatus();
-}
-
-long long HXStatusViewController::viewWillDisappearHX()
-{
-    view();
-    const auto slideOut = [this] { slideStatusView(m_statusView->height(), 125); };
-    const auto groupsLeave = [this] {
-        for (HXAnimView *group : groupViews())
-            group->viewWillDisappear();
-    };
-    if (statusViewIsTransparent()) {
-        runStages({{[this] {
-                        cancelAnimation = true;
-                        showAllBoxes();
-                    },
-                    1500},
-                   {[this] { cancelAnimation = false; }, 0},
-                   {groupsLeave, 250},
-                   {slideOut}});
-        return HXAnimationTiming::microseconds(2000000);
-    }
-    runStages({{groupsLeave, 250}, {slideOut}});
-    return HXAnimationTiming::microseconds(500000);
-}
-
-void HXStatusViewController::viewDidDisappearHX()
-{
-    for (HXAnimView *group : groupViews())
-        group->viewDidDisappear();
-}
-
-void HXStatusViewController::showAllBoxes(bool animated)
-{
-    Q_UNUSED(animated);
-    showAllBoxes();
-}
-
-// --- staged animations -------------------------------------------------------
-
-void HXStatusViewController::runStages(std::vector<Stage> stages)
-{
-    ++m_boxStages;
-    QPointer<QObject> context(&m_mainThreadContext);
-    m_stages.start([this, stages = std::move(stages), context] {
-        // Each step runs on the main thread while this thread waits for it;
-        // the waits between steps run here. A controller going away stops it.
-        auto onMain = [this, context](const std::function<void()> &step) {
-            auto done = std::make_shared<QSemaphore>(0);
-            QMetaObject::invokeMethod(&m_mainThreadContext, [step, done] {
-                step();
-                done->release();
-            }, Qt::QueuedConnection);
-            while (!done->tryAcquire(1, 20)) {
-                if (m_stopping)
-                    return false;
-            }
-            return true;
-        };
-        for (const Stage &stage : stages) {
-            if (m_stopping || !onMain(stage.step))
-                break;
-            qint64 left = HXAnimationTiming::milliseconds(stage.waitAfterMs);
-            if (stage.waitAfterMs == 0)
-                left = 0;
-            while (left > 0 && !m_stopping) {
-                QThread::msleep(static_cast<unsigned long>(std::min<qint64>(left, 20)));
-                left -= 20;
-            }
-            if (stage.checkCancel && cancelAnimation.exchange(false))
-                break;
-        }
-        --m_boxStages;
-    });
-}
-

@@ -2,12 +2,11 @@
 
 #include "HXConstants.h"
 #include "HXGroupViews.h"
+#include "HXStagedAnimation.h"
 #include "HXStatusBoard.h"
 #include "HXViewController.h"
 
 #include <QPointer>
-#include <QThreadPool>
-
 #include <array>
 #include <atomic>
 #include <functional>
@@ -64,7 +63,7 @@ public:
     HXShapedTextView *adviceView() const { return m_adviceView; }
     HXAnimView *showingBox() const { return m_showingBox; }
     QList<QWidget *> showingBoxExtras() const;
-    bool isAnimatingBox() const { return m_boxStages > 0; }
+    bool isAnimatingBox() const { return m_stages.isRunning(); }
     std::atomic<bool> cancelAnimation{false};
 
     // How the main window finishes testing; the app sets it.
@@ -113,13 +112,6 @@ protected:
     QWidget *makeView() override;
 
 private:
-    struct Stage
-    {
-        std::function<void()> step; // on the main thread
-        int waitAfterMs = 0;
-        bool checkCancel = false;
-    };
-    void runStages(std::vector<Stage> stages);
     void wire();
     void layoutStatusView();
     QList<HXAnimView *> groupViews() const;
@@ -162,8 +154,6 @@ private:
     bool m_askingForStatus = false;
     bool m_askAgain = false;
 
-    QThreadPool m_stages;
-    std::atomic<bool> m_stopping{false};
-    std::atomic<int> m_boxStages{0};
-    QObject m_mainThreadContext;
+    // Last, so that it stops before anything its stages touch goes.
+    HXStagedAnimation m_stages{cancelAnimation};
 };

@@ -8,6 +8,7 @@
 #include "HXDaemonInteraction.h"
 #include "HXDaemonPresence.h"
 #include "HXIconAnimate.h"
+#include "HXLabel.h"
 #include "HXMachineProbes.h"
 #include "HXNotificationCenter.h"
 #include "HXReportArchive.h"
@@ -146,7 +147,7 @@ private Q_SLOTS:
         // Drives: volume structures 0, partition map 2, RAID 4, surface scan 1, SMART 3.
         QCOMPARE(c->drivesView()->testStatus(), 3);
         QCOMPARE(c->drivesView()->statusField()->realString(), QStringLiteral("FAILED"));
-        QVERIFY(c->drivesView()->statusField()->styleSheet().contains(QLatin1String("#e5484d")));
+        QCOMPARE(c->drivesView()->statusField()->textColor(), QColor(0xe5, 0x48, 0x4d));
         QVERIFY(bulletColour(c->drivesView(), 1).contains(QLatin1String("#f5c518"))); // partition map: yellow
         QVERIFY(bulletColour(c->drivesView(), 2).contains(QLatin1String("#7d858f"))); // RAID: gray
         QCOMPARE(c->resultIndex(HXTest::SMART), 1);
@@ -161,6 +162,24 @@ private Q_SLOTS:
         QCOMPARE(c->icon(HXTest::Battery)->shownImageName(), QStringLiteral("batteryGray"));
         QCOMPARE(c->icon(HXTest::RAID)->shownImageName(), QStringLiteral("raidGray"));
         QCOMPARE(c->icon(HXTest::Memory)->shownImageName(), QStringLiteral("memoryOrange"));
+
+        // The embossed titles stand whole inside their panels, above the
+        // status plates.
+        c->view()->show();
+        QVERIFY(QTest::qWaitForWindowExposed(c->view()));
+        const QList<std::pair<HXAnimView *, QString>> titles = {
+            {c->hardwareView(), QStringLiteral("Hardware")},
+            {c->systemView(), QStringLiteral("System")},
+            {c->drivesView(), QStringLiteral("Drives")},
+            {c->filesView(), QStringLiteral("Files")}};
+        for (const auto &[group, name] : titles) {
+            const HXLabel *title = group->titleField();
+            QCOMPARE(title->text(), name);
+            const QRectF line = title->textRect().translated(title->pos());
+            QVERIFY(QRectF(title->geometry()).contains(line));
+            QVERIFY(line.top() >= 0 && line.right() < group->width());
+            QVERIFY(title->y() + title->baseline() < group->statusField()->y());
+        }
 
         // A new report is seen and shown.
         writeReport({result(HXDTestResultErrorType, HXDIOErrorTestName)});
@@ -218,6 +237,58 @@ private Q_SLOTS:
         QVERIFY(c->showAll());
         m_local.post(HXDebugShowAllNotification, nullptr);
         QVERIFY(!c->showAll());
+
+        // A group's arrows ask for their own tests' results; the partition
+        // map has no arrow.
+        c->view()->show();
+        QVERIFY(QTest::qWaitForWindowExposed(c->view()));
+        c->setShowAll(true);
+        requests.clear();
+        QTest::mouseClick(c->hardwareView()->logButton(HXTest::Battery), Qt::LeftButton);
+        QTest::mouseClick(c->hardwareView()->logButton(HXTest::Memory), Qt::LeftButton);
+        QCOMPARE(requests.size(), 2);
+        QCOMPARE(requests[0].value(QStringLiteral("ResultIndex")).toLongLong(),
+                 HXResultIndexNotFound);
+        QCOMPARE(requests[1].value(QStringLiteral("ResultIndex")).toLongLong(), 1);
+        QVERIFY(!c->drivesView()->logButton(HXTest::PartitionMap));
+        QVERIFY(c->drivesView()->logButton(HXTest::SMART));
+    }
+
+    void namedSettersPutEachCodeOnItsTest()
+    {
+        // Two rounds, so that every two tests differ in one of them.
+        HXDrivesView drives;
+        drives.setStatusForVolumeStructures(1, 2, 3, 0, 2);
+        QCOMPARE(
+            (QList<qint32>{drives.volumeStructuresStatus(), drives.partitionMapStatus(),
+                           drives.raidStatus(), drives.surfaceScanStatus(), drives.smartStatus()}),
+            (QList<qint32>{1, 2, 3, 0, 2}));
+        QCOMPARE(drives.testStatus(), 3);
+        drives.setStatusForVolumeStructures(2, 3, 0, 1, 1);
+        QCOMPARE(
+            (QList<qint32>{drives.volumeStructuresStatus(), drives.partitionMapStatus(),
+                           drives.raidStatus(), drives.surfaceScanStatus(), drives.smartStatus()}),
+            (QList<qint32>{2, 3, 0, 1, 1}));
+        QCOMPARE(bulletColour(&drives, drives.tests().indexOf(HXTest::PartitionMap)),
+                 QStringLiteral("color: #e5484d;"));
+
+        HXHardwareView hardware;
+        hardware.setStatusForMemory(2, 1);
+        QCOMPARE(hardware.memoryStatus(), 2);
+        QCOMPARE(hardware.batteryStatus(), 1);
+        m_machine.battery = false; // a desktop: the battery's code does not count
+        hardware.setStatusForMemory(1, 3);
+        QCOMPARE(hardware.batteryStatus(), 4);
+        QCOMPARE(hardware.testStatus(), 1);
+
+        HXSystemView system;
+        system.setStatusForIO(0, 3);
+        QCOMPARE(system.ioStatus(), 0);
+        QCOMPARE(system.postStatus(), 3);
+        HXFilesView files;
+        files.setStatusForFileStructures(2);
+        QCOMPARE(files.testStatus(), 2);
+        QCOMPARE(files.statusField()->realString(), QStringLiteral("WARNING"));
     }
 
     void adviceFlowsAroundTheBox()
@@ -329,6 +400,8 @@ private Q_SLOTS:
         HXStatusViewController c(options);
         c.view()->resize(884, 500);
         c.view()->show();
+        // On screen and drawn before the pass starts, as the user sees it.
+        QVERIFY(QTest::qWaitForWindowExposed(c.view()));
         int finished = 0;
         c.setTestingFinishedHandler([&] { ++finished; });
 
@@ -365,7 +438,7 @@ private Q_SLOTS:
         QTest::mouseClick(c.filesView(), Qt::LeftButton);
         QTRY_VERIFY(!c.isAnimatingBox());
         QVERIFY(c.adviceView()->document()->toPlainText().contains(QLatin1String("File Structures test checks")));
-        QTest::mouseClick(c.filesView()->logButton(0), Qt::LeftButton);
+        QTest::mouseClick(c.filesView()->logButton(HXTest::FileStructures), Qt::LeftButton);
         QCOMPARE(requests.size(), 1);
         QCOMPARE(requests[0].value(QStringLiteral("ResultIndex")).toLongLong(), 1); // the error, second in the report
         QCOMPARE(standin.stop(), 0);

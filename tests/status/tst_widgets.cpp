@@ -5,11 +5,14 @@
 #include "HXImageFilters.h"
 #include "HXLabel.h"
 #include "HXProgress.h"
+#include "HXStagedAnimation.h"
 #include "HXTextAnimate.h"
+#include "HXTextField.h"
 
 #include <QPainter>
 #include <QPropertyAnimation>
 #include <QTest>
+#include <QThread>
 
 namespace {
 QRect opaqueBounds(const QImage &image)
@@ -104,6 +107,191 @@ private Q_SLOTS:
         label.setText(QStringLiteral("FAILED"));
         label.renderImages();
         QVERIFY(label.textImage().image() != text);
+    }
+
+    void labelTintsAndPlacesItsLettering()
+    {
+        HXLabel label(QStringLiteral("PASSED"));
+        QFont font = label.font();
+        font.setPointSize(18);
+        label.setFont(font);
+        label.resize(240, label.sizeHint().height());
+        label.renderImages();
+        const QImage gray = label.displayImage();
+        QCOMPARE(gray.size(), label.size() * label.devicePixelRatio());
+
+        // A tint multiplies the finished lettering and leaves the pipeline's
+        // images alone.
+        label.setTextColor(QColor(255, 0, 0));
+        QVERIFY(label.textImage().notEmpty());
+        label.renderImages();
+        const QImage red = label.displayImage();
+        int inked = 0;
+        for (int y = 0; y < red.height(); ++y) {
+            for (int x = 0; x < red.width(); ++x) {
+                const QRgb g = gray.pixel(x, y);
+                const QRgb r = red.pixel(x, y);
+                QCOMPARE(qAlpha(r), qAlpha(g));
+                QCOMPARE(qGreen(r), 0);
+                QVERIFY(qAbs(qRed(r) - qRed(g)) <= 1);
+                inked += qAlpha(r) > 128;
+            }
+        }
+        QVERIFY(inked > 100);
+
+        // The line box it reports is where the mask has its capitals: they
+        // stand on the baseline and start at the indent when left aligned.
+        label.setAlignment(Qt::AlignLeft);
+        label.setIndent(12);
+        label.renderImages();
+        const QImage mask = label.maskImage().image();
+        QRect ink;
+        for (int y = 0; y < mask.height(); ++y)
+            for (int x = 0; x < mask.width(); ++x)
+                if (qGray(mask.pixel(x, y)) > 128)
+                    ink |= QRect(x, y, 1, 1);
+        QVERIFY2(qAbs(ink.bottom() + 1 - 3 * label.baseline()) <= 3,
+                 qPrintable(QStringLiteral("ink ends at %1, baseline %2")
+                                .arg(ink.bottom())
+                                .arg(3 * label.baseline())));
+        QVERIFY(ink.left() >= 3 * 12 && ink.left() <= 3 * 12 + 12);
+        QCOMPARE(label.textRect().left(), 12.0);
+
+        // Typing uncovers the drawn word instead of drawing it anew.
+        QImage canvas(label.size(), QImage::Format_ARGB32_Premultiplied);
+        label.render(&canvas, QPoint(), QRegion(), QWidget::DrawChildren); // as shown once
+        const qint64 drawn = label.textImage().image().cacheKey();
+        label.setShownLength(3);
+        QCOMPARE(label.shownText(), QStringLiteral("PAS"));
+        canvas.fill(Qt::transparent);
+        label.render(&canvas, QPoint(), QRegion(), QWidget::DrawChildren);
+        QCOMPARE(label.textImage().image().cacheKey(), drawn);
+        const QFontMetricsF metrics(label.font());
+        const QRect shown = opaqueBounds(canvas);
+        QVERIFY(shown.right() > 12 + metrics.horizontalAdvance(QStringLiteral("PA")));
+        QVERIFY(shown.right() < 12 + metrics.horizontalAdvance(QStringLiteral("PAS")) + 2);
+        label.setShownLength(0);
+        canvas.fill(Qt::transparent);
+        label.render(&canvas, QPoint(), QRegion(), QWidget::DrawChildren);
+        QVERIFY(opaqueBounds(canvas).isEmpty());
+
+        label.setAlignment(Qt::AlignRight);
+        QVERIFY(qAbs(label.textRect().right() - (label.width() - 12)) < 0.01);
+
+        // Labels of one size share their shades; another size has its own.
+        HXLabel twin(QStringLiteral("WARNING"));
+        twin.resize(label.size());
+        twin.renderImages();
+        label.renderImages();
+        QCOMPARE(twin.shadeImage().image().cacheKey(), label.shadeImage().image().cacheKey());
+        QCOMPARE(twin.blackAndWhiteShadeImage().image().cacheKey(),
+                 label.blackAndWhiteShadeImage().image().cacheKey());
+        twin.resize(label.width() + 10, label.height());
+        twin.renderImages();
+        QVERIFY(twin.shadeImage().image().cacheKey() != label.shadeImage().image().cacheKey());
+        QCOMPARE(twin.shadeImage().image().size(), twin.size() * 3);
+    }
+
+    void statusWordSitsOnItsPlate()
+    {
+        HXTextField field;
+        field.resize(230, 34);
+        QFont font = field.font();
+        font.setPointSize(22);
+        font.setBold(true);
+        field.setRealFont(font);
+        field.setRealString(QStringLiteral("FAILED"));
+        field.setTextColor(QColor(255, 0, 0));
+        QCOMPARE(field.text(), QString()); // nothing shown until told
+        field.resetOn();
+        QCOMPARE(field.text(), QStringLiteral("FAILED"));
+
+        // The capitals are whole and centred on the plate, however low the
+        // embossing rule sets a line in its label.
+        auto inkOf = [](const QImage &image) {
+            QRect ink;
+            for (int y = 0; y < image.height(); ++y) {
+                for (int x = 0; x < image.width(); ++x) {
+                    const QRgb c = image.pixel(x, y);
+                    if (qRed(c) > 110 && qGreen(c) < 60)
+                        ink |= QRect(x, y, 1, 1);
+                }
+            }
+            return ink;
+        };
+        const QImage shown = field.grab().toImage();
+        const QRect ink = inkOf(shown);
+        QVERIFY(!ink.isEmpty());
+        QVERIFY2(ink.top() > 2 && ink.bottom() < shown.height() - 3,
+                 qPrintable(QStringLiteral("%1..%2 of %3")
+                                .arg(ink.top())
+                                .arg(ink.bottom())
+                                .arg(shown.height())));
+        QVERIFY(qAbs(ink.top() - (shown.height() - 1 - ink.bottom())) <= 3);
+        QVERIFY(ink.left() >= 8 && ink.left() <= 16); // at the indent
+
+        // A word too long for the plate gets a smaller font and still fits.
+        field.setRealString(QStringLiteral("FEHLGESCHLAGEN UND MEHR"));
+        field.resetOn();
+        QVERIFY(field.letters()->font().pointSizeF() < 22);
+        const QRect longInk = inkOf(field.grab().toImage());
+        QVERIFY(longInk.right() < field.width() - 4);
+        QVERIFY(longInk.bottom() < field.height() - 3);
+
+        // Typing starts from nothing and ends on the whole word.
+        field.setRealString(QStringLiteral("PASSED"));
+        field.resetOn();
+        field.animate();
+        QCOMPARE(field.text(), QString());
+        QVERIFY(field.isTyping());
+        QTRY_VERIFY(!field.isTyping());
+        QCOMPARE(field.text(), QStringLiteral("PASSED"));
+    }
+
+    void stagedAnimationRunsItsStagesOnTheMainThread()
+    {
+        std::atomic<bool> cancel{false};
+        QStringList ran;
+        QList<bool> onMain;
+        auto step = [&](const QString &name) {
+            return [&, name] {
+                ran.append(name);
+                onMain.append(QThread::currentThread() == qApp->thread());
+            };
+        };
+        {
+            HXStagedAnimation stages(cancel);
+            stages.run({{step(QStringLiteral("a")), 50},
+                        {step(QStringLiteral("b")), 0},
+                        {step(QStringLiteral("c"))}});
+            QVERIFY(stages.isRunning());
+            QTRY_VERIFY(!stages.isRunning());
+            QCOMPARE(ran,
+                     QStringList({QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("c")}));
+            QVERIFY(!onMain.contains(false));
+
+            // A cancel seen after a stage that checks it ends the sequence
+            // there, and is cleared.
+            ran.clear();
+            stages.run({{[&] {
+                             ran.append(QStringLiteral("first"));
+                             cancel = true;
+                         },
+                         10, true},
+                        {step(QStringLiteral("never"))}});
+            QTRY_VERIFY(!stages.isRunning());
+            QCOMPARE(ran, QStringList({QStringLiteral("first")}));
+            QVERIFY(!cancel);
+
+            // Going away in the middle of a long wait stops at once; the
+            // rest never runs.
+            ran.clear();
+            stages.run(
+                {{step(QStringLiteral("before")), 1000000}, {step(QStringLiteral("after"))}});
+            QTRY_COMPARE(ran, QStringList({QStringLiteral("before")}));
+        }
+        QCoreApplication::processEvents();
+        QCOMPARE(ran, QStringList({QStringLiteral("before")}));
     }
 
     void iconStates()
