@@ -420,6 +420,7 @@ void HXMainWindowController::stopTesting()
 {
     HXDaemonInteraction::tellWorkerDaemon([](HXWorkerDaemonProxy &worker) { worker.deactivate(); });
     m_isTesting = false;
+    ++m_progressGeneration; // an answer asked for before this is stale
     m_testProgress->setValue(0);
 }
 
@@ -429,11 +430,15 @@ void HXMainWindowController::updateTestStatus()
     // in its queue, and each answer is as fresh as the question.
     HXDaemonInteraction::askWorkerDaemon(
         this, [](HXWorkerDaemonProxy &worker) { return worker.currentTestType(); },
-        [this](qint32 type) { m_testProgress->setValue(type); });
+        [this, asked = m_progressGeneration](qint32 type) {
+            if (asked == m_progressGeneration)
+                m_testProgress->setValue(type);
+        });
 }
 
 void HXMainWindowController::testingFinishedStatus()
 {
+    ++m_progressGeneration;
     m_stopButton->setChecked(false);
     m_startButton->setChecked(true);
     m_testProgress->setValue(0.0);

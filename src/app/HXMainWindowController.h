@@ -125,6 +125,9 @@ private:
     HXProgress *m_testProgress = nullptr;
     QLabel *m_versionString = nullptr;
     bool m_isTesting = false;
+    // Counts the resets of the progress bar (stop, testing finished), so that
+    // an answer about the current test asked for before one is dropped.
+    quint64 m_progressGeneration = 0;
     bool m_undoManagerRequested = false;
     std::vector<HXNotificationCenter::Token> m_localTokens;
     HXDBusNotificationCenter::Token m_agentToken = 0;

@@ -104,13 +104,24 @@ HXSerialQueue &HXDaemonInteraction::workerDaemonQueue()
     return workerSlot().queue();
 }
 
+HXSerialQueue &HXDaemonInteraction::slowIdleDaemonQueue()
+{
+    static auto *queue =
+        new HXSerialQueue(QStringLiteral("com.talvorn.hxdaemoninteraction.idledaemonproxy.slow"));
+    return *queue;
+}
+
 bool HXDaemonInteraction::waitForQueues(int milliseconds)
 {
     QElapsedTimer clock;
     clock.start();
-    const bool idle = idleDaemonQueue().waitForIdle(milliseconds);
-    const int left = std::max(0, milliseconds - int(clock.elapsed()));
-    return workerDaemonQueue().waitForIdle(left) && idle;
+    bool allIdle = true;
+    for (HXSerialQueue *queue :
+         {&idleDaemonQueue(), &workerDaemonQueue(), &slowIdleDaemonQueue()}) {
+        const int left = std::max(0, milliseconds - int(clock.elapsed()));
+        allIdle = queue->waitForIdle(left) && allIdle;
+    }
+    return allIdle;
 }
 
 void HXDaemonInteraction::onMainThread(std::function<void()> work)
@@ -121,8 +132,7 @@ void HXDaemonInteraction::onMainThread(std::function<void()> work)
         QMetaObject::invokeMethod(app, std::move(work), Qt::QueuedConnection);
 }
 
-void HXDaemonInteraction::logFailure(const QString &queue,
-                                     const HXDaemonInteractionException &failure)
+void HXDaemonInteraction::logFailure(const QString &queue, const std::exception &failure)
 {
     HXSystemLog::write(QStringLiteral("%1: %2").arg(queue, QString::fromStdString(failure.what())));
 }

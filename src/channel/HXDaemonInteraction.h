@@ -7,6 +7,7 @@
 
 #include <QObject>
 #include <QPointer>
+#include <exception>
 #include <functional>
 #include <memory>
 #include <type_traits>
@@ -36,6 +37,7 @@ public:
 
     static HXSerialQueue &idleDaemonQueue();
     static HXSerialQueue &workerDaemonQueue();
+    static HXSerialQueue &slowIdleDaemonQueue();
 
     // Runs `call(proxy)` on the daemon's queue and `done(answer)` on the main
     // thread afterwards, unless `context` is gone by then. Without the daemon,
@@ -53,6 +55,15 @@ public:
         run(workerDaemonQueue(), context, withProxy(&workerDaemonProxy, std::move(call)),
             std::move(done));
     }
+    // For calls that do slow work in the idle daemon (sampling a process, with
+    // the long time-out): on a queue of their own, so that they hold up no
+    // other call to it. Only the lookup waits its turn on the daemon's queue.
+    template<class Call, class Done>
+    static void askIdleDaemonSlowly(QObject *context, Call call, Done done)
+    {
+        run(slowIdleDaemonQueue(), context, withProxy(&idleDaemonProxy, std::move(call)),
+            std::move(done));
+    }
     // The same for a call whose answer nobody waits for.
     template<class Call> static void tellIdleDaemon(Call call)
     {
@@ -68,13 +79,13 @@ public:
     template<class Work, class Done>
     static void run(HXSerialQueue &queue, QObject *context, Work work, Done done);
 
-    // Waits, at most `milliseconds` in all, for both daemon queues to run
+    // Waits, at most `milliseconds` in all, for the daemon queues to run
     // what they hold; answers whether they did.
     static bool waitForQueues(int milliseconds);
 
 private:
     static void onMainThread(std::function<void()> work);
-    static void logFailure(const QString &queue, const HXDaemonInteractionException &failure);
+    static void logFailure(const QString &queue, const std::exception &failure);
 
     template<class Proxy, class Call>
     static auto withProxy(std::shared_ptr<Proxy> (*lookUp)(), Call call)
@@ -105,7 +116,9 @@ void HXDaemonInteraction::run(HXSerialQueue &queue, QObject *context, Work work,
         if constexpr (std::is_void_v<Result>) {
             try {
                 work();
-            } catch (const HXDaemonInteractionException &failure) {
+            } catch (const std::exception &failure) {
+                // A failed call (HXDaemonInteractionException) or anything
+                // else: the asker still hears back.
                 logFailure(label, failure);
             }
             if constexpr (answers) {
@@ -118,7 +131,9 @@ void HXDaemonInteraction::run(HXSerialQueue &queue, QObject *context, Work work,
             Result answer{};
             try {
                 answer = work();
-            } catch (const HXDaemonInteractionException &failure) {
+            } catch (const std::exception &failure) {
+                // A failed call (HXDaemonInteractionException) or anything
+                // else: the asker still hears back.
                 logFailure(label, failure);
             }
             if constexpr (answers) {

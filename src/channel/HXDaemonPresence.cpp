@@ -25,8 +25,16 @@ HXDaemonPresence::HXDaemonPresence(const QDBusConnection &bus, const QStringList
         m_busNames.append(HXDBusNames::busName(name));
     m_missing = QSet<QString>(m_busNames.cbegin(), m_busNames.cend());
     if (!m_bus.isConnected() || !m_bus.interface()) {
-        // No bus at all: nobody is there, and nobody will come.
-        m_known = true;
+        // No bus at all: nobody is there, and nobody will come. Said from the
+        // event loop, as an answer from the bus would be, so that whoever
+        // connects after construction hears it.
+        QMetaObject::invokeMethod(
+            this,
+            [this] {
+                m_known = true;
+                Q_EMIT daemonsAreRunningChanged(false);
+            },
+            Qt::QueuedConnection);
         return;
     }
     // Watch first, then ask, so that no change falls between the two.

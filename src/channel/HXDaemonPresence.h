@@ -28,7 +28,8 @@ public:
     bool isKnown() const { return m_known; }
 
 Q_SIGNALS:
-    // Sent once the first answer is in, and on every change after it.
+    // Sent once the first answer is in (from the event loop, never during
+    // construction), and on every change after it.
     void daemonsAreRunningChanged(bool running);
 
 private:

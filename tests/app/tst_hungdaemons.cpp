@@ -9,6 +9,7 @@
 #include "HXMachineProbes.h"
 #include "HXMainWindowController.h"
 #include "HXNotificationCenter.h"
+#include "HXProgress.h"
 #include "HXRemoteProxy.h"
 #include "HXStatusViewController.h"
 #include "HXSystemLog.h"
@@ -55,6 +56,11 @@ private:
 
     QProcessEnvironment appEnvironment() const
     {
+        // A stored debug-mode key makes start-up tell the idle daemon too.
+        QSettings stored(m_root.filePath(QStringLiteral("config/talvorn/Orvex.conf")),
+                         QSettings::IniFormat);
+        stored.setValue(QStringLiteral("kOrvexDebugModeKey"), true);
+        stored.sync();
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
         env.insert(QStringLiteral("XDG_CONFIG_HOME"), m_root.filePath(QStringLiteral("config")));
@@ -200,6 +206,41 @@ private Q_SLOTS:
         const qsizetype stop = journal.indexOf(QLatin1String("Worker: deactivate"));
         QVERIFY(firstStart >= 0 && stop > firstStart);
         QVERIFY(journal.indexOf(QLatin1String("Worker: activate"), stop) > stop);
+        QCOMPARE(standin.stop(), 0);
+    }
+
+    void aStaleProgressAnswerDoesNotUndoStop()
+    {
+        StandinProcess standin(m_root.path());
+        QVERIFY(standin.start({QStringLiteral("--serve"), QStringLiteral("worker"),
+                               QStringLiteral("--status-view-port"), QStringLiteral("0")}));
+        HXNotificationCenter local;
+        QSettings defaults(m_root.filePath(QStringLiteral("stale.conf")), QSettings::IniFormat);
+        HXMainWindowController::Options options;
+        options.defaults = &defaults;
+        options.localCenter = &local;
+        HXMainWindowController window(options);
+        window.windowDidLoad();
+        QTest::mouseClick(window.startButton(), Qt::LeftButton);
+        QTRY_VERIFY_WITH_TIMEOUT(
+            [&] {
+                local.post(HXUpdateTestStatusNotification, nullptr);
+                return window.testProgress()->value() >= 1.0;
+            }(),
+            5000);
+        QVERIFY(HXDaemonInteraction::waitForQueues(5000));
+        QCoreApplication::processEvents();
+
+        // Asked while the worker is stopped, answered after Stop reset the bar.
+        standin.signal(SIGSTOP);
+        local.post(HXUpdateTestStatusNotification, nullptr);
+        QTest::mouseClick(window.stopButton(), Qt::LeftButton);
+        QCOMPARE(window.testProgress()->value(), 0.0);
+        standin.signal(SIGCONT);
+        QVERIFY(HXDaemonInteraction::waitForQueues(10000));
+        QCoreApplication::processEvents();
+        QTRY_VERIFY(standin.standardError().contains(QLatin1String("Worker: deactivate")));
+        QCOMPARE(window.testProgress()->value(), 0.0);
         QCOMPARE(standin.stop(), 0);
     }
 

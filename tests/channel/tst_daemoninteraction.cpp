@@ -7,6 +7,7 @@
 #include "HXDBusNames.h"
 #include "HXDBusNotificationCenter.h"
 #include "HXDaemonInteraction.h"
+#include "HXDaemonPresence.h"
 #include "HXNotificationCenter.h"
 #include "HXReportArchive.h"
 #include "HXSerialQueue.h"
@@ -18,18 +19,19 @@
 #include "StandinProcess.h"
 
 #include <QDBusConnection>
+#include <QDBusContext>
 #include <QDBusMessage>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QMutex>
 #include <QSemaphore>
+#include <QSignalSpy>
 #include <QTcpServer>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QThread>
 #include <QTimer>
 #include <QtConcurrent>
-
 #include <atomic>
 #include <signal.h>
 
@@ -53,6 +55,25 @@ class GarbledPeer : public QObject
 public Q_SLOTS:
     QByteArray getIdleSchedule() { return QByteArrayLiteral("bplist00 this is not a property list"); }
     QByteArray exclusions() { return BinaryPlistWriter::write(QStringLiteral("a string, not an array")); }
+    bool workerDaemonIsEnabled() { return true; }
+};
+
+// A peer of the idle daemon's protocol whose sampling takes its time, while
+// it goes on answering other calls.
+class SlowSamplingPeer : public QObject, protected QDBusContext
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "com.talvorn.HXIdleDaemonUserInteractionProtocol")
+
+public Q_SLOTS:
+    QString sampleOfProcessName(const QString &name)
+    {
+        setDelayedReply(true);
+        QTimer::singleShot(1500, this, [request = message(), bus = connection(), name] {
+            bus.send(request.createReply(QStringLiteral("sample of ") + name));
+        });
+        return {};
+    }
     bool workerDaemonIsEnabled() { return true; }
 };
 
@@ -295,8 +316,6 @@ private Q_SLOTS:
                 return int(order.size());
             });
         });
-        QThread::msleep(100);
-        QVERIFY(!synced.isFinished());
         release.release();
         QVERIFY(queue.waitForIdle(5000));
         QVERIFY(synced.result() >= 1);
@@ -428,6 +447,41 @@ private Q_SLOTS:
             &stays, [](HXIdleDaemonProxy &idle) { return idle.workerDaemonIsEnabled(); },
             [&](bool) { answers.append(QStringLiteral("marker")); });
         QTRY_COMPARE(answers, QStringList({QStringLiteral("marker")}));
+    }
+
+    void presenceWithoutABusSaysNobodyIsThere()
+    {
+        HXDaemonPresence presence(QDBusConnection(QStringLiteral("no such connection")),
+                                  {QStringLiteral("OrvexWorkerDaemon")});
+        QSignalSpy said(&presence, &HXDaemonPresence::daemonsAreRunningChanged);
+        QVERIFY(!presence.isKnown()); // said from the event loop, after connecting
+        QVERIFY(said.wait(2000));
+        QCOMPARE(said.size(), 1);
+        QCOMPARE(said.at(0).at(0).toBool(), false);
+        QVERIFY(presence.isKnown());
+        QVERIFY(!presence.daemonsAreRunning());
+    }
+
+    void aSlowCallHoldsUpNoOtherCallToTheIdleDaemon()
+    {
+        waitUntilNameIsFree(QStringLiteral("OrvexIdleDaemon"));
+        ThreadedPeer peer(new SlowSamplingPeer, QStringLiteral("OrvexIdleDaemon"));
+        QObject context;
+        QStringList answers;
+        HXDaemonInteraction::askIdleDaemonSlowly(
+            &context,
+            [](HXIdleDaemonProxy &idle) {
+                return idle.sampleOfProcessName(QStringLiteral("orvex"));
+            },
+            [&](const QString &sample) { answers.append(sample); });
+        // Time for the slow call to be under way before the quick one is asked.
+        QTest::qWait(300);
+        HXDaemonInteraction::askIdleDaemon(
+            &context, [](HXIdleDaemonProxy &idle) { return idle.workerDaemonIsEnabled(); },
+            [&](bool enabled) { answers.append(QStringLiteral("enabled %1").arg(enabled)); });
+        QTRY_COMPARE_WITH_TIMEOUT(answers.size(), 2, 5000);
+        QCOMPARE(answers,
+                 QStringList({QStringLiteral("enabled 1"), QStringLiteral("sample of orvex")}));
     }
 
     void agentIdentityAndLookup()

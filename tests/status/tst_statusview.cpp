@@ -124,8 +124,11 @@ private Q_SLOTS:
         QVERIFY(idle.start({QStringLiteral("--serve"), QStringLiteral("idle,worker"),
                             QStringLiteral("--status-view-port"), QStringLiteral("0")}));
         auto later = controller(source.get());
+        // Made after the tab's watcher, so answered after it: once it knows
+        // the daemons are there, the tab's watcher has said so too.
         HXDaemonPresence marker;
         QTRY_VERIFY(marker.isKnown());
+        QVERIFY(marker.daemonsAreRunning());
         QVERIFY(later->daemonsMissingText()->isHidden());
         QCOMPARE(idle.stop(), 0);
     }

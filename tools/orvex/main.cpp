@@ -5,6 +5,7 @@
 #include "HXDBusNotificationCenter.h"
 #include "HXDaemonInteraction.h"
 #include "HXMainWindowController.h"
+#include "HXStatusReporter.h"
 #include "HXStatusViewController.h"
 #include "HXStopSignals.h"
 #include "HXSystemLog.h"
@@ -172,6 +173,9 @@ int main(int argc, char **argv)
         return 0;
     }
 
+    // The window never waits for a worker's turn at the report: a log line
+    // that finds the file locked is shown at once and written a moment later.
+    HXStatusReporter::sharedReporter()->setLockWait(0);
     HXArtwork::loadFonts();
     HXStatusViewController::Options statusOptions;
     statusOptions.distributedCenter = HXDBusNotificationCenter::defaultCenter();
@@ -205,9 +209,13 @@ int main(int argc, char **argv)
             QCoreApplication::exit(saved ? 0 : 1);
         });
     }
-    // Logging out or systemd ends the application as Quit would.
+    // Logging out or systemd ends the application: the window closes by the
+    // quit rules (the store is saved), and it quits whatever they answer.
     HXStopSignals stop;
-    QObject::connect(&stop, &HXStopSignals::received, &app, [] { QCoreApplication::quit(); });
+    QObject::connect(&stop, &HXStopSignals::received, &app, [window] {
+        window->close();
+        QCoreApplication::quit();
+    });
     const int exitStatus = app.exec();
     delegate.applicationWillTerminate();
     // A daemon that stopped answering must not hold up quitting: what is
