@@ -23,13 +23,12 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
-
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <functional>
 #include <memory>
-#include <cstdio>
 #include <signal.h>
 
 namespace {
@@ -56,7 +55,8 @@ struct Window
         statusOptions.distributedCenter = HXDBusNotificationCenter::defaultCenter();
         statusOptions.listenerPort = 0;
         status = std::make_unique<HXStatusViewController>(statusOptions);
-        defaults = std::make_unique<QSettings>(root + QStringLiteral("/stall.conf"), QSettings::IniFormat);
+        defaults =
+            std::make_unique<QSettings>(root + QStringLiteral("/stall.conf"), QSettings::IniFormat);
         HXMainWindowController::Options options;
         options.controllers = {status.get(), nullptr, nullptr};
         options.defaults = defaults.get();
@@ -98,8 +98,8 @@ Stalls drive(Window &w, int rounds)
         QTest::qWait(20);
         act([&] { local.post(HXUpdateTestStatusNotification, nullptr); });
         act([&] {
-            HXDBusNotificationCenter::defaultCenter()->postNotification(OrvexWorkerDaemonTestStatusChangedNotification,
-                                                                        QString(), {}, true);
+            HXDBusNotificationCenter::defaultCenter()->postNotification(
+                OrvexWorkerDaemonTestStatusChangedNotification, QString(), {}, true);
         });
         QTest::qWait(20);
         act([&] { QTest::mouseClick(window.logsButton(), Qt::LeftButton); });
@@ -116,8 +116,8 @@ Stalls drive(Window &w, int rounds)
 
 void report(const char *name, const Stalls &s)
 {
-    std::printf("%-34s longest stall %6lld ms   %5lld probe ticks in %6lld ms\n", name, (long long)s.longestMs,
-                (long long)s.ticks, (long long)s.elapsedMs);
+    std::printf("%-34s longest stall %6lld ms   %5lld probe ticks in %6lld ms\n", name,
+                (long long)s.longestMs, (long long)s.ticks, (long long)s.elapsedMs);
 }
 
 } // namespace
@@ -134,13 +134,14 @@ int main(int argc, char **argv)
     const int rounds = argc > 1 ? std::max(1, std::atoi(argv[1])) : 5;
 
     StandinProcess standin(root.path());
-    if (!standin.start({QStringLiteral("--serve"), QStringLiteral("idle,worker"), QStringLiteral("--status-view-port"),
-                        QStringLiteral("0")})) {
+    if (!standin.start({QStringLiteral("--serve"), QStringLiteral("idle,worker"),
+                        QStringLiteral("--status-view-port"), QStringLiteral("0")})) {
         std::fprintf(stderr, "stall_bench: the stand-in daemons did not start: %s\n",
                      qPrintable(standin.standardError()));
         return 1;
     }
-    std::printf("%d rounds of start, progress update, broadcast, log tab, status tab, stop; call time-out %d ms\n",
+    std::printf("%d rounds of start, progress update, broadcast, log tab, status tab, stop; call "
+                "time-out %d ms\n",
                 rounds, HXRemoteProxy::callTimeout());
     Window window(root.path());
     report("daemons answering", drive(window, rounds));

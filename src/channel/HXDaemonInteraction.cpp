@@ -14,8 +14,7 @@ namespace {
 enum class LookupLog { Quiet, StatusView };
 
 // One cache slot and the queue that serialises its lookups.
-template<class Proxy>
-class ProxySlot
+template<class Proxy> class ProxySlot
 {
 public:
     ProxySlot(const char *label, std::function<QDBusConnection()> bus, LookupLog log)

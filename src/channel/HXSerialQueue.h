@@ -26,8 +26,7 @@ public:
 
     void async(std::function<void()> work);
 
-    template<class Work>
-    auto sync(Work &&work)
+    template<class Work> auto sync(Work &&work)
     {
         if (isCurrent())
             return work();

@@ -5,7 +5,6 @@
 #include <QDeadlineTimer>
 #include <QFile>
 #include <QThread>
-
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>

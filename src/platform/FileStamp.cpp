@@ -1,7 +1,6 @@
 #include "FileStamp.h"
 
 #include <QFile>
-
 #include <sys/stat.h>
 
 namespace {
