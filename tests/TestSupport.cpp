@@ -4,6 +4,7 @@
 
 #include <QAbstractButton>
 #include <QApplication>
+#include <QDBusConnection>
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
@@ -31,6 +32,13 @@ QByteArray readFile(const QString &path)
     if (!f.open(QIODevice::ReadOnly))
         return {};
     return f.readAll();
+}
+
+bool useTestRoot(const QString &root)
+{
+    qputenv("ORVEX_ROOT", root.toUtf8());
+    qputenv("ORVEX_DAEMON_BUS", "session");
+    return QDBusConnection::sessionBus().isConnected();
 }
 
 bool pythonPeerAvailable()

@@ -22,6 +22,11 @@ QString fixture(const QString &relativePath);
 bool fixturesAvailable();
 QByteArray readFile(const QString &path);
 
+// Takes every product path under `root` and puts the daemons on the session
+// bus, which a suite runs privately (dbus-run-session); false when there is
+// no session bus.
+bool useTestRoot(const QString &root);
+
 // Debian's Python with plistlib, the independent peer of the codec tests.
 bool pythonPeerAvailable();
 // Runs the peer; false (with its standard error in *output) on failure.

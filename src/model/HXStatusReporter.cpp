@@ -179,10 +179,15 @@ bool HXStatusReporter::loadInPlace()
     case FileRead::Decoded:
         break;
     }
+    adoptRead(std::move(read));
+    return true;
+}
+
+void HXStatusReporter::adoptRead(FileRead read)
+{
     m_loadedStamp = read.stamp;
     setLastLoadError(QString());
     setReport(withUnwrittenChanges(std::move(read.report)));
-    return true;
 }
 
 void HXStatusReporter::setLastLoadError(const QString &sentence)
@@ -331,9 +336,7 @@ bool HXStatusReporter::catchUpWithFile(QStringList *why)
     case FileRead::Decoded:
         break;
     }
-    m_loadedStamp = read.stamp;
-    setLastLoadError(QString());
-    setReport(withUnwrittenChanges(std::move(read.report)));
+    adoptRead(std::move(read));
     return true;
 }
 

@@ -135,6 +135,8 @@ private:
         QString reason;
     };
     FileRead readReportFile() const;
+    // Makes a decoded file the report, with the changes not yet written.
+    void adoptRead(FileRead read);
     bool loadInPlace();
     bool commit(const Change &change);
     bool catchUpWithFile(QStringList *why);

@@ -15,6 +15,7 @@
 #include "HXSystemLog.h"
 #include "HXTabButton.h"
 #include "StandinProcess.h"
+#include "TestSupport.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>
@@ -116,9 +117,7 @@ private Q_SLOTS:
     void initTestCase()
     {
         QVERIFY(m_root.isValid());
-        qputenv("ORVEX_ROOT", m_root.path().toUtf8());
-        qputenv("ORVEX_DAEMON_BUS", "session");
-        QVERIFY2(QDBusConnection::sessionBus().isConnected(), "run under dbus-run-session");
+        QVERIFY2(TestSupport::useTestRoot(m_root.path()), "run under dbus-run-session");
         HXRemoteProxy::setCallTimeout(3000);
         HXAnimationTiming::setScale(0.02);
         HXMachineProbes::setCurrent(&m_machine);

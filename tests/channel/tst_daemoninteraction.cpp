@@ -17,6 +17,7 @@
 #include "HXSystemLog.h"
 #include "KeyedUnarchiver.h"
 #include "StandinProcess.h"
+#include "TestSupport.h"
 
 #include <QDBusConnection>
 #include <QDBusContext>
@@ -132,9 +133,7 @@ private Q_SLOTS:
     void initTestCase()
     {
         QVERIFY(m_root.isValid());
-        qputenv("ORVEX_ROOT", m_root.path().toUtf8());
-        qputenv("ORVEX_DAEMON_BUS", "session");
-        QVERIFY2(QDBusConnection::sessionBus().isConnected(), "run under dbus-run-session");
+        QVERIFY2(TestSupport::useTestRoot(m_root.path()), "run under dbus-run-session");
         HXRemoteProxy::setCallTimeout(3000);
         HXSystemLog::setSink([this](const QString &line) { m_log.append(line); });
     }

@@ -9,6 +9,7 @@
 #include "HXStatusReporter.h"
 #include "HXSystemLog.h"
 #include "StandinProcess.h"
+#include "TestSupport.h"
 
 #include <QDBusConnection>
 #include <QJsonArray>
@@ -65,9 +66,7 @@ private Q_SLOTS:
     void initTestCase()
     {
         QVERIFY(m_root.isValid());
-        qputenv("ORVEX_ROOT", m_root.path().toUtf8());
-        qputenv("ORVEX_DAEMON_BUS", "session");
-        QVERIFY2(QDBusConnection::sessionBus().isConnected(), "run under dbus-run-session");
+        QVERIFY2(TestSupport::useTestRoot(m_root.path()), "run under dbus-run-session");
         QVERIFY(QDir().mkpath(HXProductPaths::libraryFolder()));
         HXReportLogSetLineSink([](const QByteArray &) {});
     }
