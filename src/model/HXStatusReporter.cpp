@@ -61,8 +61,10 @@ HXStatusReporter::HXStatusReporter(const Options &options, QObject *parent)
     m_releasePool.setMaxThreadCount(1);
     m_retryTimer.setSingleShot(true);
     connect(&m_retryTimer, &QTimer::timeout, this, [this] {
-        if (!m_unwritten.isEmpty())
-            commit({});
+        if (m_unwritten.isEmpty())
+            return;
+        ++m_retries;
+        commit({});
     });
     loadStatusFile();
     if (m_options.watch)

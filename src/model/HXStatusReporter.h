@@ -104,6 +104,8 @@ public:
     // 0 only tries; negative waits as long as it takes (tools, not windows).
     void setLockWait(int milliseconds) { m_lockWaitMs = milliseconds; }
     bool hasUnwrittenChanges() const { return !m_unwritten.isEmpty(); } // reporter's thread
+    // How many times kept changes were tried again, since the reporter was made.
+    int retries() const { return m_retries; } // reporter's thread
 
     void startWatchingReportFile();
     void stopWatchingReportFile();
@@ -166,6 +168,7 @@ private:
     QList<Change> m_unwritten;
     QTimer m_retryTimer;
     int m_retryDelayMs = kRetryMs;
+    int m_retries = 0;
     int m_lockWaitMs = kDefaultLockWaitMs;
     bool m_inCommit = false;
 };

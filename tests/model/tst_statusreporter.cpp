@@ -602,9 +602,11 @@ private Q_SLOTS:
                                                 "process; the change is kept and written when it "
                                                 "is done")
                                      .arg(path)});
-            // Retries come and find it still taken...
-            QTest::qWait(2 * HXStatusReporter::kRetryMs + 200);
+            // Retries come and find it still taken, and say nothing more...
+            QTRY_VERIFY_WITH_TIMEOUT(reporter.retries() >= 2,
+                                     4 * HXStatusReporter::kRetryMs + 1000);
             QVERIFY(reporter.hasUnwrittenChanges());
+            QCOMPARE(log.lines.size(), 1);
             // ...meanwhile the holder writes a report of its own.
             auto workers = HXStatusReport::report();
             workers->recordTestResult(diskResult(QStringLiteral("worker's")));
