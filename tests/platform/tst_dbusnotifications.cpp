@@ -19,6 +19,18 @@ QDBusConnection connection(const QString &name)
     return QDBusConnection::connectToBus(QDBusConnection::SessionBus, name);
 }
 
+// QtDBus sends a listener's match rule without waiting for the bus to take
+// it, and a signal from another connection may reach the bus first and be
+// dropped. A blocking call on the listening connection queues behind the
+// rule, so once it answers the rule is in place.
+void waitForMatchRules(const QString &listenerName)
+{
+    const QDBusMessage reply = connection(listenerName).call(QDBusMessage::createMethodCall(
+        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
+        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("GetId")));
+    QCOMPARE(reply.type(), QDBusMessage::ReplyMessage);
+}
+
 } // namespace
 
 class TestDBusNotifications : public QObject
@@ -42,6 +54,7 @@ private Q_SLOTS:
         const QVariantMap info{{QStringLiteral("test"), QStringLiteral("SMART test")},
                                {QStringLiteral("status"), 2},
                                {QStringLiteral("when"), QDateTime::fromSecsSinceEpoch(1769860800, Qt::UTC)}};
+        waitForMatchRules(QStringLiteral("listener-a"));
         sender.postNotification(QStringLiteral("Unrelated"), QStringLiteral("x"), {}, true);
         sender.postNotification(QStringLiteral("OrvexWorkerDaemonTestStatusChangedNotification"),
                                 QStringLiteral("OrvexWorkerDaemon"), info, true);
@@ -62,6 +75,7 @@ private Q_SLOTS:
         QStringList markers;
         listener.addObserver(QStringLiteral("Marker"), QStringLiteral("marker"),
                              [&](const HXDistributedNotification &n) { markers.append(n.name); });
+        waitForMatchRules(QStringLiteral("twice"));
         // Each marker comes from the same sender after the notifications it
         // follows, so a second delivery of those would be heard before it.
         sender.postNotification(QStringLiteral("A"), QStringLiteral("me"), {}, true);
@@ -95,6 +109,7 @@ private Q_SLOTS:
         HXDBusNotificationCenter listener(connection(QStringLiteral("listener-c")), {connection(QStringLiteral("listener-c"))});
         int heard = 0;
         listener.addObserver(QString(), QString(), [&](const HXDistributedNotification &) { ++heard; });
+        waitForMatchRules(QStringLiteral("listener-c"));
         QDBusMessage signal = QDBusMessage::createSignal(HXDBusNotificationCenter::kPath,
                                                          HXDBusNotificationCenter::kInterface,
                                                          HXDBusNotificationCenter::kSignal);
@@ -116,6 +131,7 @@ private Q_SLOTS:
         QVariantMap heard;
         listener.addObserver(HXDTestFoundErrorNotification, QStringLiteral("HXStatusReporter"),
                              [&](const HXDistributedNotification &n) { heard = n.userInfo; });
+        waitForMatchRules(QStringLiteral("listener-d"));
         HXStatusReporter reporter({dir.filePath(QStringLiteral("Report.zrrpt")), &local, &bus, false});
         reporter.postErrorNotificationWithTestResult(
             HXTestResult::resultWithType(HXDTestResultErrorType, HXDMemoryTestName, QStringLiteral("bad RAM"), {}));
