@@ -14,6 +14,7 @@ packages=(
     dbus-daemon dbus-bin
     clang libclang-rt-14-dev
     poppler-utils xvfb xauth desktop-file-utils appstream
+    at-spi2-core python3-pyatspi xdotool
 )
 
 missing=()

@@ -33,4 +33,12 @@ void HXTabButton::paintEvent(QPaintEvent *)
     // Shown tab in full white, the others at 70 %.
     p.setPen(pressed || isDown() ? QColor(255, 255, 255) : QColor::fromRgbF(1.0, 1.0, 1.0, 0.7));
     p.drawText(rect().adjusted(0, 0, 0, -3), Qt::AlignCenter, text());
+    if (hasFocus()) {
+        // The keyboard's mark, in the window's highlight colour, inside the
+        // artwork's bevel.
+        p.setRenderHint(QPainter::Antialiasing);
+        p.setPen(QPen(QColor(0xf0, 0x8a, 0x24), 2));
+        p.setBrush(Qt::NoBrush);
+        p.drawRoundedRect(QRectF(rect()).adjusted(4, 4, -4, -7), 6, 6);
+    }
 }

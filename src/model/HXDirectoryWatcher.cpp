@@ -19,6 +19,7 @@ HXDirectoryWatcher::HXDirectoryWatcher(QObject *parent)
         HXSystemLog::write(QStringLiteral("could not create inotify queue.  Error is %1")
                                .arg(m_queue->creationError()));
     connect(m_queue, &InotifyQueue::watchesFired, this, &HXDirectoryWatcher::deliver);
+    connect(m_queue, &InotifyQueue::watchesLost, this, &HXDirectoryWatcher::forget);
     connect(m_queue, &InotifyQueue::readFailed, this, [](int e, const QString &text) {
         HXSystemLog::write(QStringLiteral("could not pick up event.  Error is %1/%2").arg(e).arg(text));
     });
@@ -28,9 +29,27 @@ HXDirectoryWatcher::~HXDirectoryWatcher() = default;
 
 void HXDirectoryWatcher::watchFile(const QString &path, EventBlock block)
 {
+    m_filePath = path;
+    m_fileBlock = block;
+    m_recovering = false;
+    arm(path, block, false);
+}
+
+void HXDirectoryWatcher::arm(const QString &path, const EventBlock &block, bool isBridge)
+{
     setWatchPath(path);
     if (QFileInfo::exists(path)) {
-        watchPath(path, std::move(block));
+        setEventBlock(block);
+        watchDirectory(path);
+        // What was made in the path before the watch took effect raised no
+        // event: a bridge looks for the next step down at once, and the
+        // caller, back at a path that had gone, has a look too.
+        if (isBridge) {
+            block(path);
+        } else if (m_recovering && path == m_filePath) {
+            m_recovering = false;
+            block(path);
+        }
         return;
     }
     QString parent = path;
@@ -42,16 +61,20 @@ void HXDirectoryWatcher::watchFile(const QString &path, EventBlock block)
                            .arg(QLatin1String(metaObject()->className()), parent, path));
     // The bridge only moves the watch over; the caller's block first runs on
     // the first change after the move.
-    watchFile(parent, [this, path, parent, block](const QString &) {
+    const EventBlock bridge = [this, path, parent, block, isBridge](const QString &) {
         if (QFileInfo::exists(path)) {
             stopWatchingDirectory(parent);
-            watchFile(path, block);
+            arm(path, block, isBridge);
         }
-    });
+    };
+    arm(parent, bridge, true);
 }
 
 void HXDirectoryWatcher::watchPath(const QString &path, EventBlock block)
 {
+    // A path asked for here is watched as it is, not followed if it goes.
+    m_filePath.clear();
+    m_fileBlock = nullptr;
     setEventBlock(std::move(block));
     watchDirectory(path);
 }
@@ -100,4 +123,20 @@ void HXDirectoryWatcher::deliver(const QList<int> &watchDescriptors)
         if (block)
             block(path);
     }
+}
+
+void HXDirectoryWatcher::forget(const QList<int> &watchDescriptors)
+{
+    bool lostCurrent = false;
+    for (int wd : watchDescriptors) {
+        const QString path = m_paths.take(wd);
+        if (!path.isEmpty() && path == m_watchPath)
+            lostCurrent = true;
+    }
+    if (!lostCurrent || m_filePath.isEmpty())
+        return;
+    HXSystemLog::write(QStringLiteral("%1:: '%2' went away; watching for '%3' to come back")
+                           .arg(QLatin1String(metaObject()->className()), m_watchPath, m_filePath));
+    m_recovering = true;
+    arm(m_filePath, m_fileBlock, false);
 }

@@ -15,6 +15,12 @@ class InotifyQueue;
 // an extra look). Registrations are never removed one by one; destroying the
 // watcher ends them all. Failures go to the system log and the watcher
 // carries on.
+//
+// A path given to watchFile() that goes away later (deleted, or moved aside)
+// is not given up: the watcher goes back to the nearest folder above it that
+// still exists, follows the path down again as it is made anew, and then
+// calls the block once, since what was written into the new path before the
+// watch reached it raised no event.
 class HXDirectoryWatcher : public QObject
 {
     Q_OBJECT
@@ -36,10 +42,16 @@ public:
     void setWatchPath(const QString &path) { m_watchPath = path; }
 
 private:
+    void arm(const QString &path, const EventBlock &block, bool isBridge);
     void deliver(const QList<int> &watchDescriptors);
+    void forget(const QList<int> &watchDescriptors);
 
     InotifyQueue *m_queue;
     QHash<int, QString> m_paths; // watch descriptor -> the path handed to the block
     EventBlock m_eventBlock;
     QString m_watchPath;
+    // What watchFile() was asked for, to come back to when it goes away.
+    QString m_filePath;
+    EventBlock m_fileBlock;
+    bool m_recovering = false;
 };

@@ -55,6 +55,7 @@ void InotifyQueue::readEvents()
 {
     alignas(struct inotify_event) char buffer[16 * 1024];
     QList<int> fired;
+    QList<int> lost;
     for (;;) {
         const ssize_t n = ::read(m_fd, buffer, sizeof buffer);
         if (n < 0) {
@@ -70,14 +71,26 @@ void InotifyQueue::readEvents()
         for (ssize_t at = 0; at < n;) {
             const auto *ev = reinterpret_cast<const struct inotify_event *>(buffer + at);
             at += ssize_t(sizeof(struct inotify_event) + ev->len);
-            // IN_IGNORED only says the kernel dropped a watch (the path went
-            // away); the deletion itself was reported before it.
-            if (ev->mask & IN_IGNORED)
+            if (ev->wd < 0)
                 continue;
-            if (ev->wd >= 0 && !fired.contains(ev->wd))
+            // IN_IGNORED only says the kernel dropped a watch (the path went
+            // away, or it was removed below); the deletion itself was
+            // reported before it.
+            if (ev->mask & IN_IGNORED) {
+                if (!lost.contains(ev->wd))
+                    lost.append(ev->wd);
+                continue;
+            }
+            if (!fired.contains(ev->wd))
                 fired.append(ev->wd);
+            if ((ev->mask & IN_MOVE_SELF) && !lost.contains(ev->wd)) {
+                inotify_rm_watch(m_fd, ev->wd);
+                lost.append(ev->wd);
+            }
         }
     }
     if (!fired.isEmpty())
         Q_EMIT watchesFired(fired);
+    if (!lost.isEmpty())
+        Q_EMIT watchesLost(lost);
 }

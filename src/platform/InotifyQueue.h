@@ -29,6 +29,11 @@ public:
 
 Q_SIGNALS:
     void watchesFired(const QList<int> &watchDescriptors);
+    // After watchesFired of the same wake-up: watches whose path no longer
+    // leads to what they watch. A deleted file or folder is dropped by the
+    // kernel; one that was moved away is dropped here, so that a new one made
+    // under the old name is not mistaken for it.
+    void watchesLost(const QList<int> &watchDescriptors);
     // A read from the queue failed (errno and its text).
     void readFailed(int errorNumber, const QString &errorText);
 

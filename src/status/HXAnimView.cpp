@@ -1,5 +1,7 @@
 #include "HXAnimView.h"
 
+#include "HXAccessibility.h"
+#include "HXAccessibleWords.h"
 #include "HXAnimationTiming.h"
 #include "HXArtwork.h"
 #include "HXFade.h"
@@ -8,8 +10,10 @@
 #include "HXStatusBoard.h"
 #include "HXTextField.h"
 
+#include <QAccessible>
 #include <QCoreApplication>
 #include <QGraphicsOpacityEffect>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QLocale>
 #include <QMessageBox>
@@ -26,6 +30,8 @@ namespace {
 
 constexpr int kIconSize = 56;
 constexpr int kMargin = 16;
+// The keyboard's mark, in the window's highlight colour.
+const QColor kFocusColour(0xf0, 0x8a, 0x24);
 
 // The field font: German words are long, so German gets a narrower bold.
 QFont subFieldFont()
@@ -107,14 +113,17 @@ HXAnimView::HXAnimView(HXTestGroup group, const QString &title, const QString &i
                        QWidget *parent)
     : QAbstractButton(parent)
     , m_group(group)
+    , m_title(title)
     , m_tests(HXTestsOfGroup(group))
     , m_iconView(new QLabel(this))
     , m_titleField(new HXLabel(title, this))
     , m_statusField(new HXTextField(this))
     , m_closeButton(new QPushButton(QStringLiteral("×"), this))
 {
+    HXAccessibility::install();
     setCursor(Qt::PointingHandCursor);
-    setFocusPolicy(Qt::NoFocus);
+    // Reached by Tab in reading order, opened with Space or Enter.
+    setFocusPolicy(Qt::StrongFocus);
     m_iconView->setPixmap(HXArtwork::pixmap(iconName, QSize(kIconSize, kIconSize), devicePixelRatioF()));
     m_iconView->setFixedSize(kIconSize, kIconSize);
     m_titleField->setFont(HXArtwork::displayFont(22));
@@ -129,15 +138,20 @@ HXAnimView::HXAnimView(HXTestGroup group, const QString &title, const QString &i
     m_closeButton->setFixedSize(26, 26);
     m_closeButton->setCursor(Qt::PointingHandCursor);
     m_closeButton->setToolTip(QCoreApplication::translate("HXAnimView", "Close (Esc)"));
+    m_closeButton->setAccessibleName(QCoreApplication::translate("HXAnimView", "Close"));
     m_closeButton->setStyleSheet(QStringLiteral(
         "QPushButton { color: white; background: rgba(0,0,0,90); border: 1px solid rgba(255,255,255,60);"
         " border-radius: 13px; font-size: 16px; } QPushButton:hover { background: #f08a24; }"));
+    m_closeButton->setStyleSheet(
+        m_closeButton->styleSheet() +
+        QStringLiteral(" QPushButton:focus { border: 2px solid #f08a24; }"));
     m_closeButton->hide();
     HXOpacityEffect(m_closeButton)->setOpacity(0.0);
     connect(m_closeButton, &QPushButton::clicked, this, &HXAnimView::closeRequested);
     for (HXTest test : std::as_const(m_tests))
         addTest(test);
     layoutFields();
+    updateAccessibleName();
 }
 
 void HXAnimView::setRealFrame(const QRect &frame)
@@ -163,8 +177,12 @@ void HXAnimView::addTest(HXTest test)
         log->setFixedSize(22, 20);
         log->setCursor(Qt::PointingHandCursor);
         log->setToolTip(QCoreApplication::translate("HXAnimView", "Show this result in the log"));
+        log->setAccessibleName(HXAccessibleWords::showInLogName(field->text()));
         log->setStyleSheet(QStringLiteral("QPushButton { color: #f08a24; background: transparent; border: none;"
                                           " font-size: 18px; font-weight: bold; } QPushButton:hover { color: white; }"));
+        log->setStyleSheet(log->styleSheet() +
+                           QStringLiteral(" QPushButton:focus { color: white;"
+                                          " border: 1px solid #f08a24; border-radius: 4px; }"));
         connect(log, &QPushButton::clicked, this, [this, test] { Q_EMIT showInLog(test); });
     }
     m_logButtons.append(log);
@@ -204,6 +222,9 @@ void HXAnimView::setStatusForTests(const HXStatusBoard &board)
 void HXAnimView::setTestCode(int slot, qint32 code)
 {
     m_codes[slot] = code;
+    QLabel *name = m_subFields[2 * slot + 1];
+    const QString line = HXAccessibleWords::testLineName(name->text(), code);
+    HXAccessibility::setName(name, line);
     // A style sheet, as the window's palette would otherwise win over a
     // child's when the style polishes it.
     m_subFields[2 * slot]->setStyleSheet(
@@ -230,6 +251,7 @@ void HXAnimView::setStatus(qint32 code, bool animated)
     if (code == m_testStatus)
         return;
     m_testStatus = code;
+    updateAccessibleName();
     const char *word = code == 3 ? "FAILED" : code == 2 ? "WARNING" : code == 1 ? "PASSED" : "PENDING...";
     const QColor colour = code >= 1 && code <= 3 ? statusColors()[size_t(code)] : statusColors()[0];
     m_statusField->setTextColor(colour);
@@ -240,6 +262,35 @@ void HXAnimView::setStatus(qint32 code, bool animated)
     } else {
         m_statusField->resetOn();
     }
+}
+
+void HXAnimView::updateAccessibleName()
+{
+    // Setting the name tells a screen reader that it changed.
+    HXAccessibility::setName(this, HXAccessibleWords::groupName(m_title, m_testStatus));
+}
+
+QList<QWidget *> HXAnimView::accessibleParts() const
+{
+    QList<QWidget *> parts;
+    for (qsizetype slot = 0; slot < m_tests.size(); ++slot) {
+        parts.append(m_subFields.value(2 * slot + 1));
+        if (QPushButton *log = m_logButtons.value(slot))
+            parts.append(log);
+    }
+    parts.append(m_closeButton);
+    return parts;
+}
+
+void HXAnimView::keyPressEvent(QKeyEvent *event)
+{
+    // Space is the button's own; Enter opens the box as well.
+    if ((event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter) &&
+        event->modifiers() == Qt::NoModifier) {
+        click();
+        return;
+    }
+    QAbstractButton::keyPressEvent(event);
 }
 
 void HXAnimView::explainWhenNotApplicable(QLabel *name, std::function<bool()> applies, const QString &message,
@@ -340,6 +391,11 @@ void HXAnimView::paintEvent(QPaintEvent *)
     p.drawRoundedRect(panel, 12, 12);
     p.setPen(QPen(QColor(255, 255, 255, 22), 1));
     p.drawLine(QPointF(12, 1.5), QPointF(width() - 12, 1.5));
+    if (hasFocus()) {
+        p.setPen(QPen(kFocusColour, 2));
+        p.setBrush(Qt::NoBrush);
+        p.drawRoundedRect(QRectF(rect()).adjusted(2, 2, -2, -2), 10, 10);
+    }
 }
 
 QPoint HXAnimView::offScreenPlace() const
@@ -405,15 +461,34 @@ long long HXAnimView::viewWillDisappear()
     return 250000;
 }
 
+void HXAnimView::setFaded(bool faded)
+{
+    if (faded == m_faded)
+        return;
+    m_faded = faded;
+    QAccessible::State changed;
+    changed.invisible = true;
+    QAccessibleStateChangeEvent event(this, changed);
+    QAccessible::updateAccessibility(&event);
+}
+
 void HXAnimView::fadeOut()
 {
+    setFaded(true);
     for (QWidget *part : fadingParts())
         HXFade(part, 0.0, 250);
     fadePanel(0.0);
+    QPointer<HXAnimView> self(this);
+    QTimer::singleShot(HXAnimationTiming::milliseconds(250), this, [self] {
+        if (self && self->m_faded)
+            self->hide();
+    });
 }
 
 void HXAnimView::fadeIn()
 {
+    setFaded(false);
+    show();
     for (QWidget *part : fadingParts())
         HXFade(part, 1.0, 250);
     fadePanel(1.0);

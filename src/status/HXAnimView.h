@@ -75,6 +75,14 @@ public:
     void setLogButtonsShownAlways(bool showAll);
     QPushButton *logButton(HXTest test) const { return m_logButtons.value(m_tests.indexOf(test)); }
 
+    QString title() const { return m_title; }
+    // Faded out while another group's box is open: then hidden, so that
+    // neither the keyboard nor a screen reader finds it.
+    bool isFaded() const { return m_faded; }
+    // What a screen reader lists inside the view, in reading order: each
+    // test's line and arrow, then the close button.
+    QList<QWidget *> accessibleParts() const;
+
 Q_SIGNALS:
     // The close button of an open box.
     void closeRequested();
@@ -90,6 +98,7 @@ protected:
                                   const QString &informative);
 
     void paintEvent(QPaintEvent *event) override;
+    void keyPressEvent(QKeyEvent *event) override;
     void resizeEvent(QResizeEvent *event) override;
     bool eventFilter(QObject *watched, QEvent *event) override;
 
@@ -100,7 +109,12 @@ private:
     void layoutFields();
     QList<QWidget *> fadingParts() const;
 
+    void updateAccessibleName();
+    void setFaded(bool faded);
+
     HXTestGroup m_group;
+    QString m_title;
+    bool m_faded = false;
     QList<HXTest> m_tests;
     QLabel *m_iconView;
     HXLabel *m_titleField;

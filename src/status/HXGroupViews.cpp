@@ -2,6 +2,19 @@
 
 #include "HXMachineProbes.h"
 
+#include <QCoreApplication>
+
+namespace {
+
+// A sentence looked up by its old key, whose English says it for this system.
+QString keyedText(const char *context, const char *key, const char *english)
+{
+    const QString translated = QCoreApplication::translate(context, key);
+    return translated == QLatin1String(key) ? QString::fromUtf8(english) : translated;
+}
+
+} // namespace
+
 HXHardwareView::HXHardwareView(QWidget *parent)
     : HXAnimView(HXTestGroup::Hardware, tr("Hardware"), QStringLiteral("hardwareGroup"), parent)
 {
@@ -36,7 +49,8 @@ HXDrivesView::HXDrivesView(QWidget *parent)
     explainWhenNotApplicable(
         partitionMapField(), [] { return partitionMapIsTestable(); },
         tr("Cannot test partition map"),
-        tr("The partition map test is available on Mac OS X 10.7 and later."));
+        keyedText("HXDrivesView", "The partition map test is available on Mac OS X 10.7 and later.",
+                  "The partition map test is available on this system."));
     explainWhenNotApplicable(
         raidField(), [] { return HXMachineProbes::current().raidExists(); }, tr("No RAID Array"),
         tr("Your computer is not equiped with a RAID Array."));

@@ -1,8 +1,11 @@
 #include "HXIconAnimate.h"
 
+#include "HXAccessibility.h"
+#include "HXAccessibleWords.h"
 #include "HXAnimationTiming.h"
 #include "HXArtwork.h"
 
+#include <QAccessible>
 #include <QPainter>
 #include <QPropertyAnimation>
 
@@ -11,6 +14,21 @@ HXIconAnimate::HXIconAnimate(const QString &imageName, QWidget *parent)
     , m_imageName(imageName)
     , m_shown(imageName)
 {
+    HXAccessibility::install();
+}
+
+void HXIconAnimate::setTitle(const QString &title)
+{
+    m_title = title;
+    updateAccessibleName();
+}
+
+void HXIconAnimate::updateAccessibleName()
+{
+    // Setting the name tells a screen reader that it changed.
+    const QString name = HXAccessibleWords::liveIconName(m_title, m_status);
+    if (!m_title.isEmpty())
+        HXAccessibility::setName(this, name);
 }
 
 void HXIconAnimate::setOpacity(double opacity)
@@ -21,13 +39,21 @@ void HXIconAnimate::setOpacity(double opacity)
 
 void HXIconAnimate::setFade(double fade)
 {
+    const bool wasShowing = m_fade > 0.0;
     m_fade = fade;
     update();
+    if (wasShowing != (fade > 0.0)) {
+        QAccessible::State changed;
+        changed.invisible = true;
+        QAccessibleStateChangeEvent event(this, changed);
+        QAccessible::updateAccessibility(&event);
+    }
 }
 
 void HXIconAnimate::setStatus(qint32 status)
 {
     m_status = status;
+    updateAccessibleName();
     QString variant = m_imageName;
     switch (status) {
     case 0:

@@ -17,6 +17,11 @@ class HXIconAnimate : public QWidget
 public:
     explicit HXIconAnimate(const QString &imageName, QWidget *parent = nullptr);
 
+    // What the icon stands for, as a screen reader names it with its state:
+    // "SMART: failed".
+    void setTitle(const QString &title);
+    QString title() const { return m_title; }
+
     qint32 status() const { return m_status; }
     void setStatus(qint32 status);
     QString imageName() const { return m_imageName; }
@@ -39,8 +44,10 @@ private:
     void show(const QString &imageName);
     void startPulse();
     void stopPulse();
+    void updateAccessibleName();
 
     qint32 m_status = 0;
+    QString m_title;
     QString m_imageName;
     QString m_shown;
     bool m_animationComplete = true;

@@ -46,10 +46,9 @@ constexpr Entry kTable[] = {
      "problem: back up your data now, and consider replacing the drive before it fails."},
 
     {"VolumeStructuresRepairAdvice",
-     "There are a number of invisible files, settings, and parameters that the Macintosh file system uses to "
-     "locate files, free disk space, and for other maintenance and management routines on Macintosh drives, or "
-     "volumes. Linux file systems such as ext4, XFS and Btrfs keep the same kind of structures: superblocks, "
-     "inode tables, allocation bitmaps and journals. When one of them is damaged, files can disappear, free space "
+     "There are a number of invisible files, settings, and parameters that the file system uses to locate files, "
+     "free disk space, and for other maintenance and management routines on drives, or volumes. File systems such "
+     "as ext4, XFS and Btrfs keep them as superblocks, inode tables, allocation bitmaps and journals. When one of them is damaged, files can disappear, free space "
      "can be counted wrongly, and the volume may be mounted read-only to protect it.\n\n"
      "To repair the volume, back it up if you still can, then use <Disk Utility>Disk Utility</Disk Utility>: select "
      "the volume, unmount it, and choose Repair Filesystem. A volume that cannot be unmounted, such as the system "
@@ -83,9 +82,8 @@ constexpr Entry kTable[] = {
      "rebuild; until it has, the array has no redundancy left, so back up your data first."},
 
     {"BatteryCheckRepairAdvice",
-     "Macintosh laptop computers (MacBook, MacBook Pro, MacBook Air, etc.) use lithium-ion batteries to operate "
-     "when not plugged in. Laptops running Linux use the same kind of battery, which slowly loses capacity with "
-     "age and charge cycles. Orvex compares the battery's full charge with its design capacity and reads the "
+     "Laptop computers use lithium-ion batteries to operate when not plugged in. Such a battery slowly loses "
+     "capacity with age and charge cycles. Orvex compares the battery's full charge with its design capacity and reads the "
      "health the battery reports.\n\n"
      "You can see the details with upower -i $(upower -e | grep BAT) or in your desktop's power settings. A "
      "battery that holds much less than its design capacity, that swells, or that the system reports as failing "
@@ -100,9 +98,9 @@ constexpr Entry kTable[] = {
      "Scan tests on that disk. Back up your data while the drive still reads."},
 
     {"POSTRepairAdvice",
-     "The Power On Self-Test is a set of tests embedded in the ROM of the Macintosh and only runs during system "
-     "power up. On a PC the firmware (BIOS or UEFI) runs the same kind of checks of the processor, memory and "
-     "graphics before the operating system starts.\n\n"
+     "The Power On Self-Test is a set of tests embedded in the firmware of the computer and only runs during "
+     "system power up. The firmware (BIOS or UEFI) checks the processor, memory and graphics before the operating "
+     "system starts.\n\n"
      "Orvex checks the last result of the Power On Self-Test with either a pass or failure result. A failure "
      "means the firmware found a problem at the last start, even if the computer started afterwards.\n\n"
      "When the self-test fails badly the computer may not start at all, and it reports the problem with beeps "

@@ -1,27 +1,45 @@
 #include "HXShapedTextView.h"
 
+#include "HXAccessibility.h"
+
+#include <QAccessible>
 #include <QLocale>
 #include <QMouseEvent>
 #include <QPainter>
+#include <QResizeEvent>
 #include <QTextBlock>
+#include <cmath>
 
 HXShapedTextView::HXShapedTextView(QWidget *parent)
     : QWidget(parent)
     , m_japanese(QLocale().uiLanguages().value(0).startsWith(QLatin1String("ja")))
 {
     setMouseTracking(true);
+    HXAccessibility::install();
 }
 
 void HXShapedTextView::setDocument(std::unique_ptr<QTextDocument> document)
 {
+    const QString before = plainText();
     m_document = std::move(document);
     relayout();
+    textChanged(before);
 }
 
 void HXShapedTextView::clear()
 {
+    const QString before = plainText();
     m_document.reset();
     relayout();
+    textChanged(before);
+}
+
+void HXShapedTextView::textChanged(const QString &before)
+{
+    if (!QAccessible::isActive())
+        return;
+    QAccessibleTextUpdateEvent event(this, 0, before, plainText());
+    QAccessible::updateAccessibility(&event);
 }
 
 void HXShapedTextView::setExclusionRect(const QRectF &rect)
@@ -30,54 +48,93 @@ void HXShapedTextView::setExclusionRect(const QRectF &rect)
     relayout();
 }
 
-qreal HXShapedTextView::lineWidthAt(qreal top) const
+qreal HXShapedTextView::containerWidthFor(int viewWidth)
+{
+    // Narrower than a few words the text cannot be read; the owner keeps the
+    // view far wider than this.
+    return std::max<qreal>(viewWidth - 2 * kInset, 120);
+}
+
+qreal HXShapedTextView::lineWidthAt(qreal top, qreal containerWidth) const
 {
     if (m_exclusion.isNull())
-        return kContainerWidth;
+        return containerWidth;
     const qreal bottom = m_exclusion.y() + m_exclusion.height() - (m_japanese ? 20 : 10);
     // The container's coordinates start at the inset.
     if (top + kInset < bottom)
-        return m_exclusion.x() - kInset;
-    return kContainerWidth;
+        return std::min(m_exclusion.x() - kInset, containerWidth);
+    return containerWidth;
+}
+
+qreal HXShapedTextView::layOut(qreal containerWidth,
+                               std::vector<std::unique_ptr<QTextLayout>> *layouts) const
+{
+    qreal y = 0;
+    if (!m_document)
+        return y;
+    for (QTextBlock block = m_document->begin(); block.isValid(); block = block.next()) {
+        auto layout = std::make_unique<QTextLayout>(block.text(), m_document->defaultFont());
+        layout->setFormats(block.textFormats());
+        QTextOption option;
+        option.setWrapMode(QTextOption::WordWrap);
+        layout->setTextOption(option);
+        layout->beginLayout();
+        while (true) {
+            QTextLine line = layout->createLine();
+            if (!line.isValid())
+                break;
+            const qreal width = lineWidthAt(y, containerWidth) - 2 * kLineFragmentPadding;
+            line.setLineWidth(std::max<qreal>(width, 40));
+            line.setPosition(QPointF(kLineFragmentPadding, y));
+            y += line.height();
+        }
+        layout->endLayout();
+        if (layouts)
+            layouts->push_back(std::move(layout));
+    }
+    return y;
+}
+
+int HXShapedTextView::heightFor(qreal textHeight) const
+{
+    const qreal boxBottom = m_exclusion.isNull() ? 0 : m_exclusion.bottom();
+    return int(std::ceil(std::max(textHeight + 2 * kInset, boxBottom + kInset)));
 }
 
 void HXShapedTextView::relayout()
 {
     m_layouts.clear();
     m_blockPositions.clear();
-    qreal y = 0;
+    m_height = layOut(containerWidth(), &m_layouts);
     if (m_document) {
-        for (QTextBlock block = m_document->begin(); block.isValid(); block = block.next()) {
-            auto layout = std::make_unique<QTextLayout>(block.text(), m_document->defaultFont());
-            layout->setFormats(block.textFormats());
-            QTextOption option;
-            option.setWrapMode(QTextOption::WordWrap);
-            layout->setTextOption(option);
-            layout->beginLayout();
-            while (true) {
-                QTextLine line = layout->createLine();
-                if (!line.isValid())
-                    break;
-                const qreal width = lineWidthAt(y) - 2 * kLineFragmentPadding;
-                line.setLineWidth(std::max<qreal>(width, 40));
-                line.setPosition(QPointF(kLineFragmentPadding, y));
-                y += line.height();
-            }
-            layout->endLayout();
+        for (QTextBlock block = m_document->begin(); block.isValid(); block = block.next())
             m_blockPositions.push_back(block.position());
-            m_layouts.push_back(std::move(layout));
-        }
     }
-    m_height = y;
     updateGeometry();
-    resize(std::max(width(), int(kContainerWidth + 2 * kInset)), sizeHint().height());
     update();
+}
+
+int HXShapedTextView::heightForWidth(int width) const
+{
+    return heightFor(width == this->width() ? m_height : layOut(containerWidthFor(width), nullptr));
 }
 
 QSize HXShapedTextView::sizeHint() const
 {
-    const qreal boxBottom = m_exclusion.isNull() ? 0 : m_exclusion.bottom();
-    return {int(kContainerWidth + 2 * kInset), int(std::max(m_height + 2 * kInset, boxBottom + kInset))};
+    const int width = int(kContainerWidth + 2 * kInset);
+    return {width, heightForWidth(width)};
+}
+
+QSize HXShapedTextView::minimumSizeHint() const
+{
+    return {0, 0};
+}
+
+void HXShapedTextView::resizeEvent(QResizeEvent *event)
+{
+    QWidget::resizeEvent(event);
+    if (event->size().width() != event->oldSize().width())
+        relayout();
 }
 
 QList<QRectF> HXShapedTextView::lineRects() const
@@ -111,10 +168,80 @@ QString HXShapedTextView::linkAt(const QPointF &point) const
     return {};
 }
 
+QString HXShapedTextView::plainText() const
+{
+    return m_document ? m_document->toPlainText() : QString();
+}
+
+QList<HXShapedTextView::Link> HXShapedTextView::links() const
+{
+    QList<Link> links;
+    if (!m_document)
+        return links;
+    for (QTextBlock block = m_document->begin(); block.isValid(); block = block.next()) {
+        for (const QTextLayout::FormatRange &range : block.textFormats()) {
+            if (!range.format.isAnchor() || range.format.anchorHref().isEmpty())
+                continue;
+            links.append({block.text().mid(range.start, range.length), range.format.anchorHref(),
+                          block.position() + range.start, range.length});
+        }
+    }
+    return links;
+}
+
+QRectF HXShapedTextView::textRect(int start, int length) const
+{
+    QRectF united;
+    for (size_t b = 0; b < m_layouts.size(); ++b) {
+        const QTextLayout &layout = *m_layouts[b];
+        const int from = std::max(0, start - m_blockPositions[b]);
+        const int to = std::min(int(layout.text().size()), start + length - m_blockPositions[b]);
+        if (from >= to)
+            continue;
+        for (int i = 0; i < layout.lineCount(); ++i) {
+            const QTextLine line = layout.lineAt(i);
+            const int lineEnd = line.textStart() + line.textLength();
+            const int a = std::max(from, line.textStart());
+            const int z = std::min(to, lineEnd);
+            if (a >= z)
+                continue;
+            const qreal left = line.cursorToX(a);
+            const qreal right = line.cursorToX(z);
+            united |= QRectF(QPointF(std::min(left, right), line.y()),
+                             QPointF(std::max(left, right), line.y() + line.height()))
+                          .translated(layout.position() + QPointF(kInset, kInset));
+        }
+    }
+    return united;
+}
+
+int HXShapedTextView::positionAt(const QPointF &point) const
+{
+    const QPointF inContainer = point - QPointF(kInset, kInset);
+    for (size_t b = 0; b < m_layouts.size(); ++b) {
+        const QTextLayout &layout = *m_layouts[b];
+        for (int i = 0; i < layout.lineCount(); ++i) {
+            const QTextLine line = layout.lineAt(i);
+            if (line.naturalTextRect().contains(inContainer))
+                return m_blockPositions[b] +
+                       line.xToCursor(inContainer.x(), QTextLine::CursorOnCharacter);
+        }
+    }
+    return -1;
+}
+
 void HXShapedTextView::setTextOpacity(double opacity)
 {
+    const bool wasShowing = m_textOpacity > 0.0;
     m_textOpacity = opacity;
     update();
+    // Faded out, the text is not showing to a screen reader either.
+    if (wasShowing != (opacity > 0.0)) {
+        QAccessible::State changed;
+        changed.invisible = true;
+        QAccessibleStateChangeEvent event(this, changed);
+        QAccessible::updateAccessibility(&event);
+    }
 }
 
 void HXShapedTextView::paintEvent(QPaintEvent *)

@@ -16,6 +16,19 @@
 #include <QScrollBar>
 #include <QTextDocument>
 
+namespace {
+
+// The text's rule lets a line start up to ten points (twenty in Japanese)
+// above the bottom of the box it flows around. The group view is drawn to the
+// edge of its frame, so the text flows around a rectangle that reaches that
+// far below it, and no line runs over the box's lower edge.
+QRect exclusionFor(const QRect &box)
+{
+    return box.adjusted(0, 0, 0, 20);
+}
+
+} // namespace
+
 QFont HXStatusViewController::adviceFont() const
 {
     QFont font = m_root ? m_root->font() : QFont();
@@ -97,6 +110,7 @@ void HXStatusViewController::showView(HXAnimView *view, const QString &advice, c
             button->setStyleSheet(QStringLiteral("background: transparent; border: none;"));
             button->setGeometry(0, 0, row->width(), row->height());
             button->setCursor(Qt::PointingHandCursor);
+            button->setAccessibleName(row->text());
             const qint64 tag = entry.index;
             connect(button, &QPushButton::clicked, this, [this, tag] { individualStatusButtonClicked(tag); });
             row->show();
@@ -122,10 +136,10 @@ void HXStatusViewController::showView(HXAnimView *view, const QString &advice, c
     document->setDefaultFont(adviceFont());
     document->setPlainText(advice);
     HXRepairAdvice::linkifyTaggedString(document.get(), adviceFont(), HXRepairAdvice::ombrelProExists());
-    m_adviceView->setExclusionRect(target);
+    m_adviceView->setExclusionRect(view ? exclusionFor(target) : target);
     m_adviceView->setDocument(std::move(document));
-    m_adviceView->setMinimumWidth(m_repairAdviceView->viewport()->width());
     m_adviceView->move(0, 0);
+    fitAdvice();
     fadeAdvice(0.0, 0);
     m_adviceView->show();
     m_repairAdviceView->show();
@@ -140,6 +154,9 @@ void HXStatusViewController::showView(HXAnimView *view, const QString &advice, c
         view->show();
         view->setFixedHeight(target.height());
     }
+    // The keyboard waits on the advice, not on whatever control follows the
+    // disabled groups, until the box is open.
+    m_adviceView->setFocus(Qt::OtherFocusReason);
     for (HXAnimView *group : groupViews())
         group->setEnabled(false);
     m_showingBox = view;
@@ -164,6 +181,8 @@ void HXStatusViewController::showView(HXAnimView *view, const QString &advice, c
                    },
                    500, true},
                   {[this, box] {
+                      // The window may have changed size while the box moved.
+                      layoutOpenBox();
                       m_adviceView->setFocus();
                       fadeAdvice(1.0, 250);
                       for (QWidget *extra : showingBoxExtras())
@@ -176,6 +195,38 @@ void HXStatusViewController::showView(HXAnimView *view, const QString &advice, c
                   }}});
 }
 
+void HXStatusViewController::layoutOpenBox()
+{
+    HXAnimView *box = m_showingBox;
+    if (box && m_root) {
+        // At the right edge of the tab, as wide as the group's place in the
+        // panel; its height stays the one it opened with.
+        const int width = m_previousBoxFrame.width();
+        const QRect target(m_root->width() - 16 - width, 0, width, box->height());
+        box->setGeometry(target);
+        for (QWidget *extra : showingBoxExtras()) {
+            extra->resize(width - 40, extra->height());
+            for (QWidget *inside : extra->findChildren<QPushButton *>())
+                inside->resize(extra->size());
+        }
+        m_adviceView->setExclusionRect(exclusionFor(target));
+    }
+    fitAdvice();
+}
+
+void HXStatusViewController::fitAdvice()
+{
+    if (!m_adviceView)
+        return;
+    // As wide as the scroll area shows, less the vertical scroll bar when the
+    // text is taller than the area: never a horizontal scroll bar.
+    const QSize area = m_repairAdviceView->maximumViewportSize();
+    int width = area.width();
+    if (m_adviceView->heightForWidth(width) > area.height())
+        width -= m_repairAdviceView->verticalScrollBar()->sizeHint().width();
+    m_adviceView->resize(width, m_adviceView->heightForWidth(width));
+}
+
 void HXStatusViewController::showAllBoxes()
 {
     if (!m_root || (!m_showingBox && m_showingBoxExtras.isEmpty() && !m_repairAdviceView->isVisible()))
@@ -183,6 +234,14 @@ void HXStatusViewController::showAllBoxes()
     QPointer<HXAnimView> box(m_showingBox);
     const QRect previous = m_previousBoxFrame;
     m_repairAdviceView->verticalScrollBar()->setValue(0);
+    // The keyboard waits on the advice while the box closes, and then goes
+    // back to the group view that opened it.
+    const auto focusInBox = [this] {
+        const QWidget *focus = m_root->window()->focusWidget();
+        return !focus || focus == m_adviceView || m_repairAdviceView->isAncestorOf(focus);
+    };
+    if (box && focusInBox())
+        m_adviceView->setFocus(Qt::OtherFocusReason);
     if (box)
         box->setEnabled(false);
     // Cleared before the stages run, which then work on the cleared list:
@@ -215,21 +274,28 @@ void HXStatusViewController::showAllBoxes()
                        }
                    },
                    500},
-                  {[this, box, previous] {
+                  {[this, box, previous, focusInBox] {
                       if (box) {
                           box->setParent(m_statusView);
                           box->setMinimumHeight(0);
                           box->setMaximumHeight(QWIDGETSIZE_MAX);
                           box->setGeometry(previous);
+                          // Back in its place among the groups, which is
+                          // the order a screen reader reads them in.
+                          const QList<HXAnimView *> groups = groupViews();
+                          if (HXAnimView *next = groups.value(groups.indexOf(box) + 1))
+                              box->stackUnder(next);
                           box->show();
                       }
                       for (QWidget *extra : showingBoxExtras())
                           extra->deleteLater();
+                      for (HXAnimView *group : groupViews())
+                          group->setEnabled(true);
+                      if (box && focusInBox())
+                          box->setFocus(Qt::OtherFocusReason);
                       m_repairAdviceView->hide();
                       fadeAdvice(0.0, 0);
                       m_adviceView->hide();
-                      for (HXAnimView *group : groupViews())
-                          group->setEnabled(true);
                       m_adviceView->clear();
                       layoutStatusView();
                   }}});

@@ -20,6 +20,7 @@
 #include <QLabel>
 #include <QScrollArea>
 #include <QUrl>
+#include <algorithm>
 #include <optional>
 #include <utility>
 
@@ -45,6 +46,8 @@ constexpr LiveIcon kLiveIcons[] = {
 
 constexpr int kIconStripHeight = 74;
 constexpr int kGroupHeight = 196;
+// How low a group may be in a low window: its three rows of tests still show.
+constexpr int kMinGroupHeight = 180;
 constexpr int kGap = 14;
 constexpr int kNoticeHeight = 22;
 
@@ -116,7 +119,7 @@ QWidget *HXStatusViewController::makeView()
     auto *root = new QWidget;
     m_root = root;
     root->setObjectName(QStringLiteral("HXStatusViewControllerView"));
-    root->setMinimumSize(884, kIconStripHeight + 2 * kGroupHeight + 3 * kGap + kNoticeHeight);
+    root->setMinimumSize(884, kIconStripHeight + 2 * kMinGroupHeight + 3 * kGap + kNoticeHeight);
     root->installEventFilter(this);
 
     m_statusView = new QWidget(root);
@@ -124,6 +127,8 @@ QWidget *HXStatusViewController::makeView()
     for (size_t i = 0; i < std::size(kLiveIcons); ++i) {
         m_icons[i] = new HXIconAnimate(QString::fromLatin1(kLiveIcons[i].image), m_statusView);
         m_icons[i]->setToolTip(QCoreApplication::translate("HXStatusViewController", kLiveIcons[i].caption));
+        m_icons[i]->setTitle(
+            QCoreApplication::translate("HXStatusViewController", kLiveIcons[i].caption));
         auto *caption = new QLabel(QCoreApplication::translate("HXStatusViewController", kLiveIcons[i].caption), m_statusView);
         caption->setObjectName(QStringLiteral("caption"));
         caption->setAlignment(Qt::AlignCenter);
@@ -167,6 +172,7 @@ QWidget *HXStatusViewController::makeView()
     m_repairAdviceView->setObjectName(QStringLiteral("repairAdviceView"));
     m_repairAdviceView->setFrameShape(QFrame::NoFrame);
     m_repairAdviceView->setWidgetResizable(false);
+    m_repairAdviceView->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     m_repairAdviceView->viewport()->setAutoFillBackground(false);
     m_repairAdviceView->setStyleSheet(QStringLiteral(
         "QScrollArea, QScrollArea > QWidget > QWidget { background: transparent; }"
@@ -175,6 +181,7 @@ QWidget *HXStatusViewController::makeView()
         "QScrollBar::add-line:vertical, QScrollBar::sub-line:vertical { height: 0; }"
         "QScrollBar::add-page:vertical, QScrollBar::sub-page:vertical { background: transparent; }"));
     m_adviceView = new HXShapedTextView;
+    m_adviceView->setAccessibleName(tr("Repair advice"));
     QPalette text = m_adviceView->palette();
     text.setColor(QPalette::Text, QColor(0xe6, 0xe9, 0xed));
     m_adviceView->setPalette(text);
@@ -252,17 +259,25 @@ void HXStatusViewController::layoutStatusView()
     const int columnWidth = (width - 3 * kGap) / 2;
     const int top = kIconStripHeight;
     const HXAnimView *open = m_showingBox;
-    const QRect frames[] = {QRect(kGap, top, columnWidth, kGroupHeight),
-                            QRect(2 * kGap + columnWidth, top, columnWidth, kGroupHeight),
-                            QRect(kGap, top + kGroupHeight + kGap, columnWidth, kGroupHeight),
-                            QRect(2 * kGap + columnWidth, top + kGroupHeight + kGap, columnWidth, kGroupHeight)};
+    const int groupHeight =
+        std::clamp((height - top - 3 * kGap - kNoticeHeight) / 2, kMinGroupHeight, kGroupHeight);
+    const int lower = top + groupHeight + kGap;
+    const QRect frames[] = {QRect(kGap, top, columnWidth, groupHeight),
+                            QRect(2 * kGap + columnWidth, top, columnWidth, groupHeight),
+                            QRect(kGap, lower, columnWidth, groupHeight),
+                            QRect(2 * kGap + columnWidth, lower, columnWidth, groupHeight)};
     const QList<HXAnimView *> groups = {m_hardwareView, m_systemView, m_drivesView, m_filesView};
     for (int i = 0; i < 4; ++i) {
         if (groups[i] != open)
             groups[i]->setRealFrame(frames[i]);
+        else
+            m_previousBoxFrame = frames[i]; // where it goes back to
     }
-    m_daemonsMissingText->setGeometry(kGap, top + 2 * kGroupHeight + 2 * kGap, width - 2 * kGap,
+    m_daemonsMissingText->setGeometry(kGap, lower + groupHeight + kGap, width - 2 * kGap,
                                       kNoticeHeight);
+    // A box on its way in or out is placed by its stages.
+    if (!m_stages.isRunning())
+        layoutOpenBox();
 }
 
 bool HXStatusViewController::eventFilter(QObject *watched, QEvent *event)

@@ -114,6 +114,10 @@ protected:
 private:
     void wire();
     void layoutStatusView();
+    // The open box at the tab's right edge and the advice fitted to the tab,
+    // at the tab's size of the moment.
+    void layoutOpenBox();
+    void fitAdvice();
     QList<HXAnimView *> groupViews() const;
     void slideStatusView(int y, int milliseconds);
     // The panel's own fade: its icons and captions (the groups fade

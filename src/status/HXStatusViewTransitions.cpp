@@ -7,7 +7,9 @@
 #include "HXStatusViewController.h"
 
 #include <QLabel>
+#include <QPointer>
 #include <QPropertyAnimation>
+#include <QTimer>
 
 void HXStatusViewController::slideStatusView(int y, int milliseconds)
 {
@@ -38,8 +40,23 @@ void HXStatusViewController::fadeStatusView(double to, int milliseconds)
         fade->start(QAbstractAnimation::DeleteWhenStopped);
     }
     const auto captions = m_statusView->findChildren<QLabel *>(QStringLiteral("caption"));
-    for (QLabel *caption : captions)
+    for (QLabel *caption : captions) {
+        // Faded out, they are hidden too, so that a screen reader does not
+        // read them as showing.
+        if (to > 0.0)
+            caption->show();
         HXFade(caption, to, milliseconds);
+    }
+    if (to <= 0.0) {
+        QPointer<QWidget> panel(m_statusView);
+        QTimer::singleShot(
+            HXAnimationTiming::milliseconds(milliseconds), m_statusView, [this, panel] {
+                if (!panel || m_statusViewOpacity > 0.0)
+                    return;
+                for (QLabel *caption : panel->findChildren<QLabel *>(QStringLiteral("caption")))
+                    caption->hide();
+            });
+    }
 }
 
 void HXStatusViewController::viewWillAppearHX()

@@ -2,12 +2,15 @@
 // the links opened.
 #include "HXRepairAdvice.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTextBlock>
 #include <QTextDocument>
+#include <QTranslator>
 
 namespace {
 // The runs of a document: text with its link, or "*" for a bold underlined title.
@@ -26,6 +29,28 @@ QStringList runs(const QTextDocument &document)
     }
     return out;
 }
+
+// A translation that knows one key of one context.
+class OneKeyTranslator : public QTranslator
+{
+public:
+    OneKeyTranslator(const char *context, const char *key, const QString &text)
+        : m_context(context)
+        , m_key(key)
+        , m_text(text)
+    {
+    }
+    bool isEmpty() const override { return false; }
+    QString translate(const char *context, const char *source, const char *, int) const override
+    {
+        return qstrcmp(context, m_context) == 0 && qstrcmp(source, m_key) == 0 ? m_text : QString();
+    }
+
+private:
+    const char *m_context;
+    const char *m_key;
+    QString m_text;
+};
 } // namespace
 
 class TestRepairAdvice : public QObject
@@ -69,22 +94,27 @@ private Q_SLOTS:
         QTest::newRow("memory") << int(HXTest::Memory)
                                 << "The Memory test checks available free memory (RAM - Random Access Memory) for errors." << 3;
         QTest::newRow("smart") << int(HXTest::SMART) << "SMART stands for Self-Monitoring Analysis and Reporting Technology." << 2;
-        QTest::newRow("volumes") << int(HXTest::VolumeStructures)
-                                 << "There are a number of invisible files, settings, and parameters that the Macintosh file "
-                                    "system uses to locate files, free disk space, and for other maintenance and management "
-                                    "routines on Macintosh drives, or volumes." << 2;
+        QTest::newRow("volumes")
+            << int(HXTest::VolumeStructures)
+            << "There are a number of invisible files, settings, and parameters that the file "
+               "system "
+               "uses to locate files, free disk space, and for other maintenance and management "
+               "routines on drives, or volumes."
+            << 2;
         QTest::newRow("surface") << int(HXTest::SurfaceScan) << "Surface Scan checks a hard drive for bad blocks or sectors." << 2;
         QTest::newRow("files") << int(HXTest::FileStructures)
                                << "The File Structures test checks a variety of file types for corruption." << 2;
         QTest::newRow("raid") << int(HXTest::RAID)
                               << "RAID stands for Redundant Array of Independent Disks, and can take a variety of forms." << 2;
-        QTest::newRow("battery") << int(HXTest::Battery)
-                                 << "Macintosh laptop computers (MacBook, MacBook Pro, MacBook Air, etc.) use lithium-ion "
-                                    "batteries to operate when not plugged in." << 2;
+        QTest::newRow("battery")
+            << int(HXTest::Battery)
+            << "Laptop computers use lithium-ion batteries to operate when not plugged in." << 2;
         QTest::newRow("io") << int(HXTest::IO) << "I/O Check monitors your system for input and output (i/o) errors." << 2;
         QTest::newRow("post") << int(HXTest::POST)
-                              << "The Power On Self-Test is a set of tests embedded in the ROM of the Macintosh and only "
-                                 "runs during system power up." << 5;
+                              << "The Power On Self-Test is a set of tests embedded in the "
+                                 "firmware of the computer and "
+                                 "only runs during system power up."
+                              << 5;
         QTest::newRow("partition map") << int(HXTest::PartitionMap)
                                        << "The partition map is the portion of the disk that defines how the drive is divided up." << 2;
     }
@@ -119,6 +149,38 @@ private Q_SLOTS:
         // A desktop without a battery: the memory paragraphs alone.
         QCOMPARE(HXRepairAdvice::hardwareAdvice(false),
                  HXRepairAdvice::title(HXTest::Memory) + QLatin1Char('\n') + HXRepairAdvice::advice(HXTest::Memory));
+    }
+
+    // The words of another platform's machines and tools, read by nobody here.
+    void theTextsSpeakOfThisSystem()
+    {
+        const QRegularExpression foreign(
+            QStringLiteral("Macintosh|MacBook|Mac OS|\\bMac\\b|Energy Saver|Finder|"
+                           "ROM of the"));
+        QStringList texts = HXRepairAdvice::repairToolSentences();
+        for (int t = 0; t < HXTestCount; ++t)
+            texts << HXRepairAdvice::title(HXTest(t)) << HXRepairAdvice::advice(HXTest(t));
+        texts << HXRepairAdvice::hardwareAdvice(true) << HXRepairAdvice::systemAdvice(QString())
+              << HXRepairAdvice::drivesAdvice(QString(), true, true)
+              << HXRepairAdvice::filesAdvice();
+        for (const QString &text : std::as_const(texts)) {
+            const QRegularExpressionMatch found = foreign.match(text);
+            QVERIFY2(!found.hasMatch(),
+                     qPrintable(found.captured() + QStringLiteral(" in: ") + text.left(100)));
+        }
+    }
+
+    // Only the English changed: a translation still finds its text by the old key.
+    void aTranslationFindsItsTextByTheKey()
+    {
+        OneKeyTranslator german("RepairAdvice", "BatteryCheckRepairAdvice",
+                                QStringLiteral("Akku-Ratschlag"));
+        QVERIFY(QCoreApplication::installTranslator(&german));
+        const QString translated = HXRepairAdvice::advice(HXTest::Battery);
+        QCoreApplication::removeTranslator(&german);
+        QCOMPARE(translated, QStringLiteral("Akku-Ratschlag"));
+        QVERIFY(
+            HXRepairAdvice::advice(HXTest::Battery).startsWith(QLatin1String("Laptop computers")));
     }
 
     void slotRule_data()
