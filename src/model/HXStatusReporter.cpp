@@ -242,7 +242,7 @@ bool HXStatusReporter::commit(const Change &change)
         // An observer of a catch-up reload writing in turn: the lock is
         // ours already, and the write under way takes this change along.
         if (change) {
-            change(*report());
+            applyChange(change);
             m_unwritten.append(change);
         }
         return false;
@@ -274,7 +274,7 @@ bool HXStatusReporter::commit(const Change &change)
         return false;
     }
     if (change)
-        change(*report());
+        applyChange(change);
     const QByteArray bytes = HXReportArchive::encodeReport(*report());
     const AtomicFileWriter::Result r = AtomicFileWriter::write(path, bytes, kReportMode, kReportGroup);
     if (!r.written) {
@@ -290,6 +290,12 @@ bool HXStatusReporter::commit(const Change &change)
     return true;
 }
 
+void HXStatusReporter::applyChange(const Change &change)
+{
+    change(*report());
+    Q_EMIT reportEdited();
+}
+
 // A change that is not in the file yet stays in the report held here, and
 // the next attempt comes by itself, later each time while the trouble lasts
 // (a full disk need not cost a whole encoding twice a second). `why` goes to
@@ -299,7 +305,7 @@ void HXStatusReporter::keepForLater(const Change &change, bool applied, const QS
     const bool newSpell = m_unwritten.isEmpty();
     if (change) {
         if (!applied)
-            change(*report());
+            applyChange(change);
         m_unwritten.append(change);
     }
     if (newSpell) {

@@ -17,7 +17,8 @@ class HXDistributedNotificationCenter;
 class HXNotificationCenter;
 
 // The one holder of the current report. It loads the report file, reloads it
-// on every change in the file's folder, writes it back when the application
+// on every change in the file's folder (also a folder removed and made again),
+// writes it back when the application
 // changes it, and announces every replacement of the report with
 // "HXStatusDidChangeNotification" (and reportChanged()).
 //
@@ -123,6 +124,9 @@ public:
 
 Q_SIGNALS:
     void reportChanged();
+    // The report held here was changed where it is (a log line added, the
+    // log cleared by this process) rather than replaced.
+    void reportEdited();
     void reportLoadFailed(const QString &sentence);
 
 protected:
@@ -141,6 +145,7 @@ private:
     void adoptRead(FileRead read);
     bool loadInPlace();
     bool commit(const Change &change);
+    void applyChange(const Change &change);
     bool catchUpWithFile(QStringList *why);
     bool moveAside(const QString &reason, QStringList *why);
     // `applied`: the change is in the report held here already.

@@ -138,6 +138,13 @@ void IdleDaemonService::requestIdleIgnore(bool ignore)
 void IdleDaemonService::deleteWorkerDaemonPersistentStore()
 {
     QFile::remove(HXProductPaths::workerStoreFile());
+    // What the report holds at this moment tells whoever reset the product
+    // whether the log was cleared first.
+    HXStatusReporter *reporter = HXStatusReporter::sharedReporter();
+    reporter->loadStatusFile();
+    HXSystemLog::write(
+        QStringLiteral("Worker daemon store deleted; the report's log holds %1 entries")
+            .arg(reporter->report()->countOfLog()));
 }
 
 void IdleDaemonService::deleteStatusReport()
@@ -184,12 +191,13 @@ bool IdleDaemonService::isUserInteractionSuppressed()
 
 bool IdleDaemonService::fileExistsAtPath(const QString &path)
 {
-    return QFileInfo::exists(path);
+    return m_daemonOnlyFiles.contains(path) || QFileInfo::exists(path);
 }
 
 QString IdleDaemonService::fileOwnerNameForFileAtPath(const QString &path)
 {
-    return QFileInfo(path).owner();
+    const auto hidden = m_daemonOnlyFiles.constFind(path);
+    return hidden != m_daemonOnlyFiles.cend() ? *hidden : QFileInfo(path).owner();
 }
 
 void IdleDaemonService::requestLogDeletionForUser(const QString &user)

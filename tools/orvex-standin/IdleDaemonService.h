@@ -4,6 +4,7 @@
 
 #include <QDBusContext>
 #include <QDBusObjectPath>
+#include <QMap>
 #include <QObject>
 #include <QVariantMap>
 
@@ -44,6 +45,8 @@ public Q_SLOTS: // HXIdleDaemonUserInteractionProtocol
     QByteArray idleDaemonPreferences();
     void setSuppressUserInteraction(bool suppress);
     bool isUserInteractionSuppressed();
+    // Files only this daemon sees (another user's), with their owners.
+    void setDaemonOnlyFiles(const QMap<QString, QString> &files) { m_daemonOnlyFiles = files; }
     bool fileExistsAtPath(const QString &path);
     QString fileOwnerNameForFileAtPath(const QString &path);
     void requestLogDeletionForUser(const QString &user);
@@ -84,5 +87,6 @@ private:
     WorkerDaemonService *m_worker;
     bool m_sleepTimeAllowsIdleRun;
     bool m_idleIgnoreRequested = false;
+    QMap<QString, QString> m_daemonOnlyFiles;
     IdleDaemonSettings m_settings;
 };

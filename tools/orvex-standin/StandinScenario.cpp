@@ -187,6 +187,14 @@ std::optional<StandinScenario> StandinScenario::fromJson(const QByteArray &json,
             return std::nullopt;
         s.disks.append(disk);
     }
+    const QJsonObject hidden = o.value(QLatin1String("daemonOnlyFiles")).toObject();
+    for (auto it = hidden.begin(); it != hidden.end(); ++it) {
+        if (!it.value().isString() || it.key().isEmpty()) {
+            fail(error, QStringLiteral("\"daemonOnlyFiles\" maps paths to their owners' names"));
+            return std::nullopt;
+        }
+        s.daemonOnlyFiles.insert(it.key(), it.value().toString());
+    }
     const QJsonArray tests = o.value(QLatin1String("tests")).toArray();
     if (tests.isEmpty()) {
         fail(error, QStringLiteral("\"tests\" must list at least one test run"));
@@ -224,9 +232,15 @@ QByteArray StandinScenario::toJson() const
             o.insert(QStringLiteral("info"), QJsonObject::fromVariantMap(r.info));
         runsJson.append(o);
     }
-    const QJsonObject root{{QStringLiteral("stepMilliseconds"), stepMilliseconds},
-                           {QStringLiteral("systemSleepTimeAllowsIdleRun"), systemSleepTimeAllowsIdleRun},
-                           {QStringLiteral("disks"), disksJson},
-                           {QStringLiteral("tests"), runsJson}};
+    QJsonObject root{{QStringLiteral("stepMilliseconds"), stepMilliseconds},
+                     {QStringLiteral("systemSleepTimeAllowsIdleRun"), systemSleepTimeAllowsIdleRun},
+                     {QStringLiteral("disks"), disksJson},
+                     {QStringLiteral("tests"), runsJson}};
+    if (!daemonOnlyFiles.isEmpty()) {
+        QJsonObject hidden;
+        for (auto it = daemonOnlyFiles.begin(); it != daemonOnlyFiles.end(); ++it)
+            hidden.insert(it.key(), it.value());
+        root.insert(QStringLiteral("daemonOnlyFiles"), hidden);
+    }
     return QJsonDocument(root).toJson(QJsonDocument::Indented);
 }

@@ -4,10 +4,10 @@
 
 #include <QByteArray>
 #include <QList>
+#include <QMap>
 #include <QString>
 #include <QStringList>
 #include <QVariantMap>
-
 #include <optional>
 
 // What a testing pass finds: the disks of the pretend machine and, in the
@@ -40,6 +40,9 @@ struct StandinScenario
     bool systemSleepTimeAllowsIdleRun = true;
     QList<StandinDisk> disks;
     QList<StandinTestRun> runs;
+    // Files the idle daemon sees and the user may not (another user's), by
+    // path, with their owner's name.
+    QMap<QString, QString> daemonOnlyFiles;
 
     // Two disks, a warning, an error, a test that does not apply, a damaged
     // file list: every state the application shows.

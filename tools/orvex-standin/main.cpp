@@ -61,13 +61,16 @@ const char kUsage[] =
     "                \"name\": \"Samsung SSD 980 PRO 1TB\"} ],\n"
     "    \"tests\": [ {\"test\": \"SMART\", \"disk\": \"system\", \"outcome\": \"warning\",\n"
     "                \"log\": \"the result's log line\", \"files\": [\"/damaged/file\"],\n"
-    "                \"info\": {\"more\": \"testInfo details\"}} ]\n"
+    "                \"info\": {\"more\": \"testInfo details\"}} ],\n"
+    "    \"daemonOnlyFiles\": {\"/home/ada/notes.txt\": \"ada\"}\n"
     "  }\n"
     "  test: SMART, SurfaceScan, FileStructures, Memory, VolumeStructures,\n"
     "        PartitionMap, RAID, Battery, IO or POST; runs of the same test that follow\n"
     "        each other (one per disk) are one test of the pass.\n"
     "  outcome: passed (default), warning, error or notApplicable (nothing recorded).\n"
-    "  disk, log, files and info may be left out; files become the log entry's children.\n";
+    "  disk, log, files and info may be left out; files become the log entry's children.\n"
+    "  daemonOnlyFiles: files the idle daemon says exist, with their owner, though\n"
+    "        nobody else can see them (another user's files).\n";
 
 void say(const QString &sentence)
 {
@@ -218,6 +221,7 @@ int main(int argc, char **argv)
     worker.setExitDuringStatusCall(options.exitDuringStatusCall);
     new WorkerDaemonAdaptor(&worker);
     IdleDaemonService idle(&worker, scenario->systemSleepTimeAllowsIdleRun);
+    idle.setDaemonOnlyFiles(scenario->daemonOnlyFiles);
     new IdleDaemonAdaptor(&idle);
     auto *schedule = new IdleScheduleObject(&idle);
     new ScheduleAdaptor(schedule);
