@@ -5,7 +5,11 @@
 #include "HXDaemonInteraction.h"
 #include "HXDebugWindowController.h"
 #include "HXLogDocuments.h"
+#include "HXLogOutlineView.h"
+#include "HXLogPrintView.h"
+#include "HXLogViewController.h"
 #include "HXMainWindowController.h"
+#include "HXPreferencesWindowController.h"
 #include "HXStatusReporter.h"
 #include "HXSystemLog.h"
 
@@ -14,9 +18,11 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QGuiApplication>
+#include <QKeyEvent>
 #include <QMenu>
 #include <QMenuBar>
 #include <QPrinter>
+#include <QProgressDialog>
 #include <QUrl>
 #include <QVBoxLayout>
 
@@ -43,6 +49,7 @@ HXAppDelegate::HXAppDelegate(Options options, QObject *parent)
 
 HXAppDelegate::~HXAppDelegate()
 {
+    delete m_preferencesWindowController;
     delete m_debugWindowController;
     delete m_mainWindowController;
 }
@@ -97,12 +104,27 @@ void HXAppDelegate::buildMenus()
     file->addAction(tr("&Quit"), QKeySequence(Qt::CTRL | Qt::Key_Q), qApp,
                     &QApplication::closeAllWindows);
 
+    auto *edit = m_menuBar->addMenu(tr("&Edit"));
+    edit->addAction(tr("&Preferences…"), QKeySequence(Qt::CTRL | Qt::Key_Comma), this,
+                    &HXAppDelegate::showPreferences);
+
     m_logMenu = m_menuBar->addMenu(tr("&Log"));
     // Kept up to date while the menu is open; the reset item itself comes
     // with the log view.
     connect(m_logMenu, &QMenu::aboutToShow, this, [this] { menuNeedsUpdate(QGuiApplication::queryKeyboardModifiers()); });
     m_logMenu->addAction(tr("Save as &Text…"), this, &HXAppDelegate::saveLogAsText);
     m_logMenu->addAction(tr("Save as &PDF…"), this, &HXAppDelegate::saveLogAsPDF);
+    if (HXLogViewController *log = logViewController()) {
+        m_logMenu->addSeparator();
+        m_logMenu->addAction(log->clearLogAction());
+        m_logMenu->addAction(log->resetAction());
+        m_logMenu->addAction(log->showInFileManagerAction());
+        connect(this, &HXAppDelegate::showResetMenuItemChanged, log->resetAction(),
+                &QAction::setVisible);
+        // Alt pressed or let go while the menu is open shows or hides the
+        // reset item at once.
+        m_logMenu->installEventFilter(this);
+    }
 
     auto *window = m_menuBar->addMenu(tr("&Window"));
     window->addAction(tr("&Orvex"), QKeySequence(Qt::CTRL | Qt::Key_1), this, &HXAppDelegate::orderFrontMainWindow);
@@ -113,6 +135,21 @@ void HXAppDelegate::buildMenus()
 
     if (auto *layout = qobject_cast<QVBoxLayout *>(m_mainWindowController->layout()))
         layout->setMenuBar(m_menuBar);
+}
+
+HXPreferencesWindowController *HXAppDelegate::preferencesWindowController()
+{
+    if (!m_preferencesWindowController)
+        m_preferencesWindowController = new HXPreferencesWindowController();
+    return m_preferencesWindowController;
+}
+
+void HXAppDelegate::showPreferences()
+{
+    HXPreferencesWindowController *window = preferencesWindowController();
+    window->show();
+    window->raise();
+    window->activateWindow();
 }
 
 void HXAppDelegate::checkForLaunchModifiers(Qt::KeyboardModifiers held)
@@ -140,6 +177,25 @@ void HXAppDelegate::menuNeedsUpdate(Qt::KeyboardModifiers held)
         return;
     m_showResetMenuItem = show;
     Q_EMIT showResetMenuItemChanged(show);
+}
+
+HXLogViewController *HXAppDelegate::logViewController() const
+{
+    return qobject_cast<HXLogViewController *>(m_options.controllers[1]);
+}
+
+bool HXAppDelegate::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == m_logMenu &&
+        (event->type() == QEvent::KeyPress || event->type() == QEvent::KeyRelease)) {
+        const auto *key = static_cast<QKeyEvent *>(event);
+        // The release still reports Alt among the keys held.
+        if (key->key() == Qt::Key_Alt)
+            menuNeedsUpdate(event->type() == QEvent::KeyPress
+                                ? key->modifiers() | Qt::AltModifier
+                                : key->modifiers() & ~Qt::AltModifier);
+    }
+    return QObject::eventFilter(watched, event);
 }
 
 void HXAppDelegate::orderFrontMainWindow()
@@ -223,7 +279,30 @@ void HXAppDelegate::saveLogAsPDF()
     if (path.isEmpty())
         return;
     QString why;
-    if (!HXLogDocuments::saveLogAsPdf(path, HXStatusReporter::sharedReporter()->report(), &why))
+    bool saved = false;
+    if (HXLogViewController *log = logViewController()) {
+        // The log view's print copy, with the files the screen shows.
+        const HXLogPrintView copy(log->statusReporter()->report(),
+                                  log->outlineView()->expandedEntries());
+        // A long log takes seconds: the window goes on meanwhile, and the
+        // user may stop it.
+        QProgressDialog progress(tr("Saving the log as PDF…"), tr("Cancel"), 0, 100,
+                                 m_mainWindowController);
+        progress.setWindowModality(Qt::WindowModal);
+        progress.setMinimumDuration(500);
+        saved = copy.saveAsPdf(path, &why, [&progress](int done, int total) {
+            progress.setMaximum(total);
+            progress.setValue(done);
+            QCoreApplication::processEvents();
+            return !progress.wasCanceled();
+        });
+        if (!saved && why.isEmpty())
+            return; // stopped by the user
+    } else {
+        saved =
+            HXLogDocuments::saveLogAsPdf(path, HXStatusReporter::sharedReporter()->report(), &why);
+    }
+    if (!saved)
         prompts()->presentError({QString(), 0, why});
 }
 

@@ -13,6 +13,8 @@
 #include <array>
 #include <memory>
 
+class HXLogViewController;
+class HXPreferencesWindowController;
 class HXViewController;
 class QMenu;
 class QMenuBar;
@@ -55,6 +57,11 @@ public:
     QWidget *window() const;
     HXDebugWindowController *debugWindowController() const { return m_debugWindowController; }
     QMenuBar *menuBar() const { return m_menuBar; }
+    QMenu *logMenu() const { return m_logMenu; }
+    // The log tab's controller, when the window has one.
+    HXLogViewController *logViewController() const;
+    // Made on first use; lives as long as the delegate.
+    HXPreferencesWindowController *preferencesWindowController();
 
     bool userNotificationsSupported() const { return m_userNotificationsSupported; }
     bool showResetMenuItem() const { return m_showResetMenuItem; }
@@ -74,6 +81,7 @@ public:
 public Q_SLOTS:
     void orderFrontMainWindow();
     void openDebugViewNow(bool show);
+    void showPreferences();
     void showHelp();
     void saveAction();
     void saveLogAsPDF();
@@ -84,6 +92,9 @@ public Q_SLOTS:
 Q_SIGNALS:
     void showResetMenuItemChanged(bool shown);
 
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
 private:
     void buildMenus();
     HXUserPrompts *prompts() const;
@@ -93,6 +104,7 @@ private:
     std::unique_ptr<HXDialogPrompts> m_dialogs;
     QPointer<HXMainWindowController> m_mainWindowController;
     QPointer<HXDebugWindowController> m_debugWindowController;
+    QPointer<HXPreferencesWindowController> m_preferencesWindowController;
     QMenuBar *m_menuBar = nullptr;
     QMenu *m_logMenu = nullptr;
     std::unique_ptr<HXPersistentStore> m_store;

@@ -134,6 +134,9 @@ void HXMainWindowController::buildWindow()
             "QPushButton:hover { background: qlineargradient(x1:0, y1:0, x2:0, y2:1, stop:0 #535c67, stop:1 #323840); }"
             "QPushButton:pressed, QPushButton:checked { background: qlineargradient(x1:0, y1:0, x2:0, y2:1,"
             " stop:0 #16191d, stop:1 #23282e); border-bottom: 2px solid #f08a24; }"));
+        // The keyboard's mark, in the window's highlight colour.
+        button->setStyleSheet(button->styleSheet() +
+                              QStringLiteral("QPushButton:focus { border: 2px solid #f08a24; }"));
         setButtonTextColor(button);
     }
     connect(m_startButton, &QPushButton::clicked, this, &HXMainWindowController::startTesting);
@@ -298,8 +301,25 @@ bool HXMainWindowController::isHandingOver() const
 
 void HXMainWindowController::setTabButtonsEnabled(bool enabled)
 {
-    for (HXTabButton *button : {m_statusButton, m_aboutButton, m_logsButton})
+    const std::array<HXTabButton *, 3> buttons = {m_statusButton, m_aboutButton, m_logsButton};
+    if (!enabled) {
+        // A disabled button hands the keyboard to the next control, "Start
+        // Testing" among them; it waits on the window instead.
+        for (HXTabButton *button : buttons) {
+            if (button->hasFocus()) {
+                m_focusedTabButton = button;
+                setFocus(Qt::OtherFocusReason);
+            }
+        }
+    }
+    for (HXTabButton *button : buttons)
         button->setEnabled(enabled);
+    if (enabled && m_focusedTabButton) {
+        const QWidget *focus = focusWidget();
+        if (!focus || focus == this)
+            m_focusedTabButton->setFocus(Qt::OtherFocusReason);
+        m_focusedTabButton = nullptr;
+    }
 }
 
 void HXMainWindowController::toolbarItemSelected(const QVariant &sender)

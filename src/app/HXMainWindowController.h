@@ -129,6 +129,9 @@ private:
     // an answer about the current test asked for before one is dropped.
     quint64 m_progressGeneration = 0;
     bool m_undoManagerRequested = false;
+    // The tab button that had the keyboard when a hand-over began: it gets
+    // it back when the buttons are enabled again.
+    QPointer<HXTabButton> m_focusedTabButton;
     std::vector<HXNotificationCenter::Token> m_localTokens;
     HXDBusNotificationCenter::Token m_agentToken = 0;
 };

@@ -5,6 +5,9 @@
 #include "HXDaemonInteraction.h"
 #include "HXLogDocuments.h"
 #include "HXLogEntry.h"
+#include "HXLogOutlineView.h"
+#include "HXLogTreeModel.h"
+#include "HXLogViewController.h"
 #include "HXProductPaths.h"
 #include "HXRemoteProxy.h"
 #include "HXReportArchive.h"
@@ -18,6 +21,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QKeyEvent>
 #include <QMenu>
 #include <QMenuBar>
 #include <QPrinter>
@@ -484,6 +488,69 @@ private Q_SLOTS:
         QVERIFY(delegate.showResetMenuItem());
         delegate.menuNeedsUpdate(Qt::AltModifier | Qt::ShiftModifier);
         QVERIFY(!delegate.showResetMenuItem());
+    }
+
+    // With the log tab, the Log menu carries its items, the reset item only
+    // while Alt is held, and "Save Log as PDF…" is the tab's print copy:
+    // sorted by the message, the files of expanded messages listed.
+    void logMenuAndPdfComeFromTheLogTab()
+    {
+        HXStatusReport report;
+        report.setLog(
+            {HXLogEntry::entryWithTypeCompoundString(QStringLiteral("Passed"),
+                                                     QStringLiteral("Passed: RAID test passed")),
+             HXLogEntry::entryWithTypeCompoundString(QStringLiteral("Passed"),
+                                                     QStringLiteral("Passed: Memory test passed")),
+             HXLogEntry::entryWithTypeCompoundString(
+                 QStringLiteral("Error"),
+                 QStringLiteral("Error: File Structures test found 1 damaged file\n/home/a.ods"))});
+        writeFile(HXProductPaths::reportFile(), HXReportArchive::encodeReport(report));
+        QTRY_COMPARE(HXStatusReporter::sharedReporter()->report()->countOfLog(), 3);
+
+        HXLogViewController log;
+        ScriptedPrompts prompts;
+        QSettings defaults(m_root.filePath(QStringLiteral("logtab.conf")), QSettings::IniFormat);
+        HXAppDelegate::Options o =
+            options(&prompts, m_root.filePath(QStringLiteral("store-logtab")));
+        o.defaults = &defaults;
+        o.controllers = {nullptr, &log, nullptr};
+        HXAppDelegate delegate(o);
+        delegate.applicationDidFinishLaunching({});
+        QCOMPARE(delegate.logViewController(), &log);
+        QStringList items;
+        const auto actions = delegate.logMenu()->actions();
+        for (QAction *action : actions)
+            items << action->text();
+        QVERIFY(items.contains(QStringLiteral("Clear Log…")));
+        QVERIFY(items.contains(QStringLiteral("Show in File Manager")));
+        QVERIFY(!log.resetAction()->isVisible());
+        delegate.menuNeedsUpdate(Qt::AltModifier);
+        QVERIFY(log.resetAction()->isVisible());
+        delegate.menuNeedsUpdate(Qt::NoModifier);
+        QVERIFY(!log.resetAction()->isVisible());
+        // Alt pressed and let go while the menu is open.
+        QKeyEvent altDown(QEvent::KeyPress, Qt::Key_Alt, Qt::AltModifier);
+        QCoreApplication::sendEvent(delegate.logMenu(), &altDown);
+        QVERIFY(log.resetAction()->isVisible());
+        QKeyEvent altUp(QEvent::KeyRelease, Qt::Key_Alt, Qt::AltModifier);
+        QCoreApplication::sendEvent(delegate.logMenu(), &altUp);
+        QVERIFY(!log.resetAction()->isVisible());
+
+        HXLogTreeModel *model = log.model();
+        QCOMPARE(model->entryCount(), 3);
+        log.outlineView()->expand(model->index(2, 0)); // the newest: the damaged file
+        QVERIFY(QDir().mkpath(m_root.filePath(QStringLiteral("out"))));
+        prompts.savePath = m_root.filePath(QStringLiteral("out/Orvex Log tab.pdf"));
+        delegate.saveLogAsPDF();
+        QVERIFY(prompts.errors.isEmpty());
+        const QString text = pdfText(prompts.savePath);
+        QVERIFY2(text.indexOf(QLatin1String("File Structures test found 1 damaged file")) <
+                     text.indexOf(QLatin1String("Memory test passed")),
+                 qPrintable(text));
+        QVERIFY(text.indexOf(QLatin1String("Memory test passed")) <
+                text.indexOf(QLatin1String("RAID test passed")));
+        QVERIFY(text.contains(QLatin1String("a.ods")));
+        QVERIFY(text.contains(QLatin1String("Log Message")));
     }
 
     void logAsText()

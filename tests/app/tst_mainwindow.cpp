@@ -2,21 +2,25 @@
 // files), the hand-over between recording view controllers, tab requests.
 #include "HXAnimationTiming.h"
 #include "HXDBusNotificationCenter.h"
+#include "HXLogOutlineView.h"
+#include "HXLogTreeModel.h"
+#include "HXLogViewController.h"
 #include "HXMainWindowController.h"
 #include "HXNotificationCenter.h"
 #include "HXProgress.h"
+#include "HXRemoteProxy.h"
 #include "HXStatusBoard.h"
+#include "HXStatusReporter.h"
 #include "HXSystemLog.h"
 #include "HXTabButton.h"
 #include "HXViewController.h"
-#include "HXRemoteProxy.h"
 #include "StandinProcess.h"
 
+#include <QApplication>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QProcess>
 #include <QPushButton>
-
-#include <QElapsedTimer>
 #include <QSettings>
 #include <QTemporaryDir>
 #include <QTest>
@@ -185,6 +189,44 @@ private Q_SLOTS:
         QCOMPARE(w.journal.calls, QStringList());
     }
 
+    void keyboardStaysOnThePressedTabButton()
+    {
+        auto defaults = settings(QStringLiteral("keyboard.conf"));
+        Window w(defaults.get(), 150000);
+        w.window->windowDidLoad();
+        w.window->show();
+        w.window->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(w.window.get()));
+        QTRY_VERIFY(w.settled());
+
+        // Whatever the keyboard passes through during the hand-over, it is
+        // never a control that Space would work, and it ends where it began.
+        QList<QWidget *> focused;
+        // Dies before the list does: the window's own destruction moves the
+        // focus too, after the list has gone.
+        QObject listener;
+        QObject::connect(qApp, &QApplication::focusChanged, &listener,
+                         [&focused](QWidget *, QWidget *now) { focused.append(now); });
+        w.window->logsButton()->setFocus(Qt::TabFocusReason);
+        QTest::keyClick(w.window->logsButton(), Qt::Key_Space);
+        QVERIFY(w.window->isHandingOver());
+        QTRY_VERIFY(w.settled());
+        QCOMPARE(w.window->selectedTabViewIdentifier(), HXTabViewLogTabIdentifier);
+        QCOMPARE(QApplication::focusWidget(), static_cast<QWidget *>(w.window->logsButton()));
+        QVERIFY(!focused.contains(w.window->startButton()));
+        QVERIFY(!focused.contains(w.window->stopButton()));
+
+        // Back to the status button by Shift+Tab, and the same there.
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Backtab); // about
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Backtab); // status
+        QCOMPARE(QApplication::focusWidget(), static_cast<QWidget *>(w.window->statusButton()));
+        QTest::keyClick(w.window->statusButton(), Qt::Key_Space);
+        QTRY_VERIFY(w.settled());
+        QCOMPARE(w.window->selectedTabViewIdentifier(), HXTabViewStatusTabIdentifier);
+        QCOMPARE(QApplication::focusWidget(), static_cast<QWidget *>(w.window->statusButton()));
+        QVERIFY(!focused.contains(w.window->startButton()));
+    }
+
     void controllerWithoutTabStopsLoading()
     {
         auto defaults = settings(QStringLiteral("missing.conf"));
@@ -219,6 +261,39 @@ private Q_SLOTS:
         posted.clear();
         w.local.post(HXShowLogViewNotification, nullptr, {{QStringLiteral("ResultIndex"), HXResultIndexNotFound}});
         QVERIFY(posted.isEmpty());
+    }
+
+    // The go-to-log arrow's way end to end: the window switches to the log
+    // tab, which selects and points at the entry.
+    void showLogViewReachesTheLogTab()
+    {
+        HXNotificationCenter local;
+        HXStatusReporter reporter({m_dir.filePath(QStringLiteral("golog.zrrpt")), &local, nullptr, false});
+        auto report = HXStatusReport::report();
+        report->setLog({HXLogEntry::entryWithTypeCompoundString(QStringLiteral("Error"), QStringLiteral("Error: oldest")),
+                        HXLogEntry::entryWithTypeCompoundString(QStringLiteral("Passed"), QStringLiteral("Passed: newest"))});
+        reporter.setReport(report);
+        auto defaults = settings(QStringLiteral("golog.conf"));
+        Journal journal;
+        RecordingController status(QStringLiteral("Status View"), &journal, 0);
+        RecordingController about(QStringLiteral("About View"), &journal, 0);
+        HXLogViewController log({&reporter, &local});
+        HXMainWindowController::Options options;
+        options.controllers = {&status, &log, &about};
+        options.defaults = defaults.get();
+        options.localCenter = &local;
+        HXMainWindowController window(options);
+        window.windowDidLoad();
+        window.show();
+        QTRY_VERIFY(!window.isHandingOver());
+
+        local.post(HXShowLogViewNotification, nullptr, {{QStringLiteral("ResultIndex"), 0}});
+        QTRY_VERIFY(!window.isHandingOver() && window.selectedTabViewIdentifier() == HXTabViewLogTabIdentifier);
+        const QModelIndex current = log.outlineView()->currentIndex();
+        QVERIFY(current.isValid());
+        QCOMPARE(log.model()->entryForIndex(current)->string(), QStringLiteral("Error: oldest"));
+        QVERIFY(log.outlineView()->highlightView());
+        QTRY_VERIFY(log.isOnScreen());
     }
 
     void agentTabRequestsOverTheBus()

@@ -4,7 +4,9 @@
 #include "HXArtwork.h"
 #include "HXDBusNotificationCenter.h"
 #include "HXDaemonInteraction.h"
+#include "HXLogViewController.h"
 #include "HXMainWindowController.h"
+#include "HXPreferencesWindowController.h"
 #include "HXStatusReporter.h"
 #include "HXStatusViewController.h"
 #include "HXStopSignals.h"
@@ -17,6 +19,7 @@
 #include <QFile>
 #include <QIcon>
 #include <QTimer>
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -31,6 +34,11 @@ const char kUsage[] =
     "\n"
     "Options:\n"
     "  --screenshot FILE  save the window to FILE once it has painted, then quit\n"
+    "  --screenshot-delay MS\n"
+    "                     how long after start to take it (4000), for a person\n"
+    "                     or a script to arrange the window first\n"
+    "  --preferences PANE open the preferences window at PANE (scheduling or\n"
+    "                     exclusions); --screenshot then saves that window\n"
     "  --startup-probe    print when the window first painted and the resident\n"
     "                     memory after start-up, then quit (for benchmarks)\n"
     "  --version          print the version and exit\n"
@@ -131,6 +139,8 @@ int main(int argc, char **argv)
     QElapsedTimer sinceStart;
     sinceStart.start();
     QString screenshot;
+    int screenshotDelay = 4000;
+    QString preferencesPane;
     bool probe = false;
     for (int i = 1; i < argc; ++i) {
         if (std::strcmp(argv[i], "--version") == 0) {
@@ -145,8 +155,21 @@ int main(int argc, char **argv)
             probe = true;
             continue;
         }
+        if (std::strcmp(argv[i], "--preferences") == 0 && i + 1 < argc) {
+            preferencesPane = QString::fromLocal8Bit(argv[++i]);
+            if (preferencesPane != QLatin1String("scheduling") &&
+                preferencesPane != QLatin1String("exclusions")) {
+                std::fprintf(stderr, "orvex: --preferences takes scheduling or exclusions\n");
+                return 2;
+            }
+            continue;
+        }
         if (std::strcmp(argv[i], "--screenshot") == 0 && i + 1 < argc) {
             screenshot = QString::fromLocal8Bit(argv[++i]);
+            continue;
+        }
+        if (std::strcmp(argv[i], "--screenshot-delay") == 0 && i + 1 < argc) {
+            screenshotDelay = std::max(0, std::atoi(argv[++i]));
             continue;
         }
         std::fprintf(stderr, "orvex: unknown option \"%s\"\n%s", argv[i], kUsage);
@@ -180,9 +203,10 @@ int main(int argc, char **argv)
     HXStatusViewController::Options statusOptions;
     statusOptions.distributedCenter = HXDBusNotificationCenter::defaultCenter();
     HXStatusViewController status(statusOptions);
+    HXLogViewController log;
     HXAppDelegate::Options options;
-    // The log and about tabs come with their own controllers.
-    options.controllers = {&status, nullptr, nullptr};
+    // The about tab comes with its own controller.
+    options.controllers = {&status, &log, nullptr};
     HXAppDelegate delegate(options);
     delegate.applicationDidFinishLaunching(held);
     status.setTestingFinishedHandler([&delegate] {
@@ -198,11 +222,20 @@ int main(int argc, char **argv)
     if (probe)
         window->installEventFilter(&startupProbe);
     window->show();
+    QWidget *shown = window;
+    if (!preferencesPane.isEmpty()) {
+        delegate.showPreferences();
+        HXPreferencesWindowController *preferences = delegate.preferencesWindowController();
+        preferences->selectTabViewItemAtIndex(preferencesPane == QLatin1String("exclusions")
+                                                  ? HXPreferencesWindowController::ExclusionsTab
+                                                  : HXPreferencesWindowController::SchedulingTab);
+        shown = preferences;
+    }
 
     if (!screenshot.isEmpty()) {
         // After the first paints and the opening hand-over.
-        QTimer::singleShot(4000, window, [window, screenshot] {
-            const bool saved = window->grab().save(screenshot);
+        QTimer::singleShot(screenshotDelay, shown, [shown, screenshot] {
+            const bool saved = shown->grab().save(screenshot);
             std::fprintf(saved ? stdout : stderr, saved ? "orvex: saved a screenshot to %s\n"
                                                         : "orvex: could not save a screenshot to %s\n",
                          qPrintable(screenshot));
