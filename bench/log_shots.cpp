@@ -1,7 +1,9 @@
 // Pictures of the log tab for a person to judge, on the offscreen platform:
-//   log_shots FOLDER  writes log-expanded.png (a few entries, one showing its
-//   files), log-50000-middle.png (50,000 entries scrolled to the middle),
-//   log-highlight.png (during a highlight) and log-print.pdf (the print copy).
+//   log_shots FOLDER [PREFIX]  writes log-expanded.png (a few entries, one
+//   showing its files), log-50000-middle.png (50,000 entries scrolled to the
+//   middle), log-50000-expanded.png (there, with the files of three entries
+//   shown), log-highlight.png (during a highlight) and log-print.pdf (the
+//   print copy); PREFIX replaces "log-".
 #include "HXAnimationTiming.h"
 #include "HXConstants.h"
 #include "HXLogOutlineView.h"
@@ -79,6 +81,10 @@ int main(int argc, char **argv)
     HXSystemLog::setSink([](const QString &) {});
     HXAnimationTiming::setScale(0.05);
     const QString folder = argc > 1 ? QString::fromLocal8Bit(argv[1]) : QDir::currentPath();
+    const QString prefix = argc > 2 ? QString::fromLocal8Bit(argv[2]) : QStringLiteral("log-");
+    const auto named = [&](const char *name) {
+        return folder + QLatin1Char('/') + prefix + QLatin1String(name);
+    };
     QTemporaryDir dir;
     HXNotificationCenter center;
     HXStatusReporter reporter(
@@ -98,23 +104,36 @@ int main(int argc, char **argv)
     }
     outline->setCurrentIndex(model->index(3, 0));
     QTest::qWait(400);
-    bool ok = save(page, folder + QStringLiteral("/log-expanded.png"));
+    bool ok = save(page, named("expanded.png"));
 
     QString why;
     ok = HXLogPrintView(reporter.report(), outline->expandedEntries())
-             .saveAsPdf(folder + QStringLiteral("/log-print.pdf"), &why) &&
+             .saveAsPdf(named("print.pdf"), &why) &&
          ok;
 
     center.post(HXShowResultNotification, nullptr, {{HXResultIndexKey, 2}});
     QTest::qWait(200);
-    ok = save(page, folder + QStringLiteral("/log-highlight.png")) && ok;
+    ok = save(page, named("highlight.png")) && ok;
 
     reporter.setReport(ReportFactory::make(0, 50000));
     QTest::qWait(50);
     QScrollBar *bar = outline->verticalScrollBar();
     bar->setValue(bar->maximum() / 2);
     QTest::qWait(50);
-    ok = save(page, folder + QStringLiteral("/log-50000-middle.png")) && ok;
+    ok = save(page, named("50000-middle.png")) && ok;
+
+    // The files of three entries in sight shown, the middle one selected.
+    int shown = 0;
+    for (QModelIndex index = outline->indexAt(QPoint(4, 4)); index.isValid() && shown < 3;
+         index = outline->indexBelow(index)) {
+        if (model->hasChildren(index)) {
+            outline->expand(index);
+            if (++shown == 2)
+                outline->setCurrentIndex(index);
+        }
+    }
+    QTest::qWait(400);
+    ok = save(page, named("50000-expanded.png")) && ok;
 
     // How long the print copy of a large log takes, for the record.
     // The window waits only while the copy is made and between two reports

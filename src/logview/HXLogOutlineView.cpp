@@ -140,6 +140,26 @@ void HXLogOutlineView::resizeEvent(QResizeEvent *event)
     sizeColumns();
 }
 
+// Sizing the scroll bar makes QTreeView lay out every row of the log, which
+// takes a record per row. A tab that is not shown waits with it until it is,
+// so a log nobody looks at costs neither the time nor the memory.
+void HXLogOutlineView::updateGeometries()
+{
+    if (!isVisible()) {
+        m_geometriesPending = true;
+        return;
+    }
+    m_geometriesPending = false;
+    QTreeView::updateGeometries();
+}
+
+void HXLogOutlineView::showEvent(QShowEvent *event)
+{
+    QTreeView::showEvent(event);
+    if (m_geometriesPending)
+        updateGeometries();
+}
+
 void HXLogOutlineView::changeEvent(QEvent *event)
 {
     QTreeView::changeEvent(event);

@@ -58,6 +58,8 @@ protected:
     void keyPressEvent(QKeyEvent *event) override;
     void mousePressEvent(QMouseEvent *event) override;
     void resizeEvent(QResizeEvent *event) override;
+    void showEvent(QShowEvent *event) override;
+    void updateGeometries() override;
     void changeEvent(QEvent *event) override;
     void drawBranches(QPainter *painter, const QRect &rect,
                       const QModelIndex &index) const override;
@@ -74,4 +76,5 @@ private:
     std::set<int> m_expandedRows;
     std::set<int> m_beforeReload;
     int m_rowsBeforeReload = 0;
+    bool m_geometriesPending = false;
 };

@@ -6,6 +6,7 @@
 
 #include <QFileInfo>
 #include <algorithm>
+#include <limits>
 
 namespace {
 // A child row carries its parent's top-level row, plus one (0 is the root).
@@ -41,33 +42,40 @@ void HXLogTreeModel::reload()
 void HXLogTreeModel::arrange()
 {
     m_log = m_report ? m_report->log() : HXLogEntryList();
+    m_order.clear();
+    m_order.shrink_to_fit();
+    m_reversed = false;
     if (m_arrangement == Arrangement::ByMessage) {
         arrangeByMessage();
         return;
     }
     const int n = int(m_log.size());
-    std::vector<std::pair<qint64, int>> keyed;
-    keyed.reserve(size_t(n));
+    const auto key = [this](int i) {
+        const QDateTime t = m_log.at(i) ? m_log.at(i)->timestamp() : QDateTime();
+        return t.isValid() ? t.toMSecsSinceEpoch() : std::numeric_limits<qint64>::min();
+    };
+    // The usual case: the log is written oldest first. Newest first is then
+    // the list read backwards, which needs no table of its own. Equal stamps
+    // keep the later entry above, as a stable descending sort of the
+    // reversed list would.
     bool ascending = true;
     qint64 last = std::numeric_limits<qint64>::min();
-    for (int i = 0; i < n; ++i) {
-        const QDateTime t = m_log.at(i) ? m_log.at(i)->timestamp() : QDateTime();
-        const qint64 key = t.isValid() ? t.toMSecsSinceEpoch() : std::numeric_limits<qint64>::min();
-        ascending = ascending && key >= last;
-        last = key;
-        keyed.emplace_back(key, i);
+    for (int i = 0; i < n && ascending; ++i) {
+        const qint64 k = key(i);
+        ascending = k >= last;
+        last = k;
     }
-    m_order.resize(size_t(n));
     if (ascending) {
-        // The usual case: the log is written oldest first. Equal stamps keep
-        // the later entry above, as a stable descending sort of the
-        // reversed list would.
-        for (int i = 0; i < n; ++i)
-            m_order[size_t(i)] = n - 1 - i;
+        m_reversed = true;
         return;
     }
+    std::vector<std::pair<qint64, int>> keyed;
+    keyed.reserve(size_t(n));
+    for (int i = 0; i < n; ++i)
+        keyed.emplace_back(key(i), i);
     std::stable_sort(keyed.begin(), keyed.end(),
                      [](const auto &a, const auto &b) { return a.first > b.first; });
+    m_order.resize(size_t(n));
     for (int i = 0; i < n; ++i)
         m_order[size_t(i)] = keyed[size_t(i)].second;
 }
@@ -94,7 +102,7 @@ HXLogEntryRef HXLogTreeModel::arrangedEntry(qsizetype position) const
 {
     if (position < 0 || position >= entryCount())
         return nullptr;
-    return m_log.at(m_order[size_t(position)]);
+    return m_log.at(m_reversed ? m_log.size() - 1 - position : m_order[size_t(position)]);
 }
 
 qsizetype HXLogTreeModel::positionForRow(int row) const
@@ -127,7 +135,7 @@ QModelIndex HXLogTreeModel::parent(const QModelIndex &child) const
 int HXLogTreeModel::rowCount(const QModelIndex &parent) const
 {
     if (!parent.isValid())
-        return m_order.empty() ? 0 : int(m_order.size()) + 2 * kSpacerRows;
+        return entryCount() == 0 ? 0 : int(entryCount()) + 2 * kSpacerRows;
     if (parent.column() != 0 || parent.internalId() != kTopLevel)
         return 0;
     const HXLogEntryRef entry = arrangedEntry(positionForRow(parent.row()));

@@ -13,7 +13,8 @@ class HXStatusReporter;
 // The report's log as a two-level tree: a row per log message, newest first,
 // with the files it names as children; two blank spacer rows above and two
 // below when there is any entry. It reads the entries where the report holds
-// them (the list is shared, not copied) and keeps only their arranged order.
+// them (the list is shared, not copied) and keeps only their arranged order,
+// and not even that for a log in the order it is written.
 //
 // Columns: the type icon (the tree's own column), "Date", "Log Message".
 // Every replacement or change of the reporter's report resets the model.
@@ -45,7 +46,7 @@ public:
     void setArrangement(Arrangement arrangement) { m_arrangement = arrangement; }
 
     // The arranged top-level entries, spacers not counted.
-    qsizetype entryCount() const { return qsizetype(m_order.size()); }
+    qsizetype entryCount() const { return m_reversed ? m_log.size() : qsizetype(m_order.size()); }
     HXLogEntryRef arrangedEntry(qsizetype position) const;
     // The top-level row of an arranged position, and back (-1 for spacers).
     int rowForPosition(qsizetype position) const { return int(position) + kSpacerRows; }
@@ -80,7 +81,10 @@ private:
     HXStatusReportRef m_report;
     // The report's own list, shared: it keeps the entries alive while shown.
     HXLogEntryList m_log;
-    std::vector<int> m_order; // positions in m_log, newest first
+    // Positions in m_log in arranged order, unless the arrangement is the
+    // list read backwards (a log written oldest first, shown newest first).
+    std::vector<int> m_order;
+    bool m_reversed = false;
     QDate m_today;
     Arrangement m_arrangement = Arrangement::NewestFirst;
 };
