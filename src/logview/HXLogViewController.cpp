@@ -236,17 +236,34 @@ void HXLogViewController::loadFinderForFile(const QModelIndex &index)
                 });
                 return;
             }
+            // No answer at all (the daemon went away after the first
+            // question, or failed) is told apart from an owner without a name.
             HXDaemonInteraction::askIdleDaemon(
                 this,
-                [path](HXIdleDaemonProxy &idle) { return idle.fileOwnerNameForFileAtPath(path); },
-                [this, path](const QString &owner) {
-                    alert(
-                        tr("File Not Accessable!"),
-                        tr("Orvex was unable to show the file at path:\n\n%1\n\n...because this "
-                           "file is owned by the user \"%2\". Log in as \"%2\" to view this file.")
-                            .arg(path, owner));
+                [path](HXIdleDaemonProxy &idle) {
+                    return std::optional<QString>(idle.fileOwnerNameForFileAtPath(path));
+                },
+                [this, path](const std::optional<QString> &owner) {
+                    alert(tr("File Not Accessable!"), notAccessibleText(path, owner));
                 });
         });
+}
+
+QString HXLogViewController::notAccessibleText(const QString &path,
+                                               const std::optional<QString> &owner)
+{
+    if (!owner)
+        return tr("Orvex was unable to show the file at path:\n\n%1\n\n...because this file "
+                  "belongs to another user, and Orvex's background service stopped answering "
+                  "before it could say which one.")
+            .arg(path);
+    if (owner->isEmpty())
+        return tr("Orvex was unable to show the file at path:\n\n%1\n\n...because this file "
+                  "belongs to another user account, one without a name on this computer.")
+            .arg(path);
+    return tr("Orvex was unable to show the file at path:\n\n%1\n\n...because this file is "
+              "owned by the user \"%2\". Log in as \"%2\" to view this file.")
+        .arg(path, *owner);
 }
 
 void HXLogViewController::expandHideItem(const QModelIndex &index)

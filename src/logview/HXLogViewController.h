@@ -4,6 +4,7 @@
 #include "HXViewController.h"
 
 #include <QPointer>
+#include <optional>
 #include <vector>
 
 class HXLogOutlineView;
@@ -71,6 +72,9 @@ protected:
     QWidget *makeView() override;
 
 private:
+    // The alert's text for a file only the idle daemon sees: its owner, or
+    // why there is none (no answer: nullopt).
+    static QString notAccessibleText(const QString &path, const std::optional<QString> &owner);
     void slideTo(int y, int milliseconds);
     void alert(const QString &title, const QString &text);
     bool confirm(const QString &title, const QString &text);

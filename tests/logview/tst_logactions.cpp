@@ -1,7 +1,8 @@
 // The log tab's actions against the stand-in daemons: the three outcomes of
 // showing a logged file (the idle daemon's answers, then the file manager),
-// and what clearing the log and resetting the product do, in which order,
-// as the stand-in sees it.
+// also when the file manager refuses and when the idle daemon goes between
+// its two answers, and what clearing the log and resetting the product do,
+// in which order, as the stand-in sees it.
 #include "HXAnimationTiming.h"
 #include "HXConstants.h"
 #include "HXDaemonInteraction.h"
@@ -17,6 +18,8 @@
 
 #include <QAction>
 #include <QDBusConnection>
+#include <QDBusContext>
+#include <QDesktopServices>
 #include <QDir>
 #include <QFile>
 #include <QJsonDocument>
@@ -25,24 +28,48 @@
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
+#include <functional>
 
 using TestSupport::AlertAnswerer;
 
-// The desktop's file manager as the test's session bus offers it.
-class FakeFileManager : public QObject
+// The desktop's file manager as the test's session bus offers it. It can
+// refuse, and do something first (take the file's folder away).
+class FakeFileManager : public QObject, protected QDBusContext
 {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "org.freedesktop.FileManager1")
 
 public:
     QStringList shown;
+    QStringList refused;
+    bool refuse = false;
+    std::function<void()> beforeRefusing;
 
 public Q_SLOTS:
     void ShowItems(const QStringList &uris, const QString &startupId)
     {
         Q_UNUSED(startupId);
-        shown += uris;
+        if (!refuse) {
+            shown += uris;
+            return;
+        }
+        refused += uris;
+        if (beforeRefusing)
+            beforeRefusing();
+        sendErrorReply(QDBusError::Failed, QStringLiteral("No window to show it in"));
     }
+};
+
+// Where the desktop would open a folder, when the file manager refused.
+class FolderOpener : public QObject
+{
+    Q_OBJECT
+
+public:
+    QList<QUrl> opened;
+
+public Q_SLOTS:
+    void open(const QUrl &url) { opened << url; }
 };
 
 class TestLogActions : public QObject
@@ -57,6 +84,8 @@ private:
     QString m_visible;
     const QString m_othersFile = QStringLiteral("/home/ada/private/ledger.ods");
     const QString m_missing = QStringLiteral("/nowhere/at/all.txt");
+    const QString m_namelessOwners = QStringLiteral("/home/1234/left behind.txt");
+    QString m_scenarioPath;
 
     QModelIndex fileRow(const QString &path)
     {
@@ -99,21 +128,21 @@ private Q_SLOTS:
             {QStringLiteral("tests"),
              QJsonArray{QJsonObject{{QStringLiteral("test"), QStringLiteral("SMART")}}}},
             {QStringLiteral("daemonOnlyFiles"),
-             QJsonObject{{m_othersFile, QStringLiteral("ada")}}}};
-        const QString scenarioPath = m_root.filePath(QStringLiteral("scenario.json"));
-        QFile file(scenarioPath);
+             QJsonObject{{m_othersFile, QStringLiteral("ada")}, {m_namelessOwners, QString()}}}};
+        m_scenarioPath = m_root.filePath(QStringLiteral("scenario.json"));
+        QFile file(m_scenarioPath);
         QVERIFY(file.open(QIODevice::WriteOnly));
         file.write(QJsonDocument(scenario).toJson());
         file.close();
         m_standin = std::make_unique<StandinProcess>(m_root.path());
-        QVERIFY2(m_standin->start({QStringLiteral("--scenario"), scenarioPath}),
+        QVERIFY2(m_standin->start({QStringLiteral("--scenario"), m_scenarioPath}),
                  qPrintable(m_standin->standardError()));
 
         HXStatusReporter *reporter = HXStatusReporter::sharedReporter();
         QVERIFY(reporter->addLogEntry(HXLogEntry::entryWithTypeCompoundString(
             QStringLiteral("Error"),
-            QStringLiteral("Error: File Structures test found 3 damaged files\n%1,\n%2\n%3")
-                .arg(m_visible, m_othersFile, m_missing))));
+            QStringLiteral("Error: File Structures test found 4 damaged files\n%1,\n%2\n%3\n%4")
+                .arg(m_visible, m_othersFile, m_missing, m_namelessOwners))));
         m_controller = std::make_unique<HXLogViewController>();
         m_controller->view()->resize(700, 500);
         m_controller->view()->show();
@@ -155,6 +184,16 @@ private Q_SLOTS:
                  QStringLiteral("Orvex was unable to find the file at path:\n\n%1").arg(m_missing));
         QCOMPARE(answerer.alerts().at(1).mid(2), QStringList{QStringLiteral("OK")});
         QCOMPARE(m_fileManager.shown.size(), 1);
+
+        // Only the daemon sees it, and its owner has no name here.
+        m_controller->loadFinderForFile(fileRow(m_namelessOwners));
+        QTRY_COMPARE(answerer.alerts().size(), 3);
+        QCOMPARE(answerer.alerts().at(2).mid(0, 2),
+                 (QStringList{QStringLiteral("File Not Accessable!"),
+                              QStringLiteral("Orvex was unable to show the file at path:\n\n%1\n\n"
+                                             "...because this file belongs to another user "
+                                             "account, one without a name on this computer.")
+                                  .arg(m_namelessOwners)}));
 
         // The menu item and Ctrl+Enter act on the selected file row only.
         HXLogOutlineView *outline = m_controller->outlineView();
@@ -250,6 +289,52 @@ private Q_SLOTS:
         QCOMPARE(m_controller->model()->rowCount(), 0);
     }
 
+    void aFileManagerThatRefusesOpensTheFolderOrSaysSo()
+    {
+        const QString kept = m_root.filePath(QStringLiteral("documents/kept.txt"));
+        const QString folder = m_root.filePath(QStringLiteral("going away"));
+        const QString doomed = folder + QStringLiteral("/notes.txt");
+        QVERIFY(QDir().mkpath(folder));
+        for (const QString &path : {kept, doomed}) {
+            QFile file(path);
+            QVERIFY(file.open(QIODevice::WriteOnly));
+        }
+        QVERIFY(
+            HXStatusReporter::sharedReporter()->addLogEntry(HXLogEntry::entryWithTypeCompoundString(
+                QStringLiteral("Error"),
+                QStringLiteral("Error: two damaged files\n%1\n%2").arg(kept, doomed))));
+        FolderOpener opener;
+        QDesktopServices::setUrlHandler(QStringLiteral("file"), &opener, "open");
+        m_fileManager.refuse = true;
+        const auto restore = qScopeGuard([this] {
+            QDesktopServices::unsetUrlHandler(QStringLiteral("file"));
+            m_fileManager.refuse = false;
+            m_fileManager.beforeRefusing = nullptr;
+        });
+        AlertAnswerer answerer(QStringLiteral("OK"));
+
+        // Refused with the folder there: the folder is opened instead.
+        m_controller->loadFinderForFile(fileRow(kept));
+        QTRY_COMPARE(opener.opened,
+                     QList<QUrl>{QUrl::fromLocalFile(QFileInfo(kept).absolutePath())});
+        QCOMPARE(m_fileManager.refused, QStringList{QUrl::fromLocalFile(kept).toString()});
+
+        // Refused, and the folder went away meanwhile: nothing to open, so
+        // the alert says so. It is the first alert: the refusal above had none.
+        m_fileManager.beforeRefusing = [folder] {
+            QDir(folder).removeRecursively();
+        };
+        m_controller->loadFinderForFile(fileRow(doomed));
+        QTRY_COMPARE(answerer.alerts().size(), 1);
+        QCOMPARE(answerer.alerts().at(0),
+                 (QStringList{
+                     QStringLiteral("File Not Found!"),
+                     QStringLiteral("Orvex was unable to show the file at path:\n\n%1").arg(doomed),
+                     QStringLiteral("OK")}));
+        QCOMPARE(m_fileManager.refused.size(), 2);
+        QCOMPARE(opener.opened.size(), 1);
+    }
+
     void withoutTheIdleDaemonEveryFileIsNotFound()
     {
         QVERIFY(
@@ -263,6 +348,34 @@ private Q_SLOTS:
         QTRY_COMPARE(answerer.alerts().size(), 1);
         QCOMPARE(answerer.alerts().at(0).at(0), QStringLiteral("File Not Found!"));
         QCOMPARE(m_fileManager.shown.size(), shown);
+    }
+
+    // The idle daemon says the file is there, then goes before it names the
+    // owner: the alert says what happened, not an empty name.
+    void anIdleDaemonGoneBeforeNamingTheOwner()
+    {
+        QVERIFY(
+            HXStatusReporter::sharedReporter()->addLogEntry(HXLogEntry::entryWithTypeCompoundString(
+                QStringLiteral("Error"),
+                QStringLiteral("Error: one damaged file\n%1").arg(m_othersFile))));
+        m_standin = std::make_unique<StandinProcess>(m_root.path());
+        QVERIFY2(m_standin->start({QStringLiteral("--scenario"), m_scenarioPath,
+                                   QStringLiteral("--exit-after-file-exists")}),
+                 qPrintable(m_standin->standardError()));
+        AlertAnswerer answerer(QStringLiteral("OK"));
+        m_controller->loadFinderForFile(fileRow(m_othersFile));
+        QTRY_COMPARE(answerer.alerts().size(), 1);
+        QCOMPARE(answerer.alerts().at(0).mid(0, 2),
+                 (QStringList{QStringLiteral("File Not Accessable!"),
+                              QStringLiteral("Orvex was unable to show the file at path:\n\n%1\n\n"
+                                             "...because this file belongs to another user, and "
+                                             "Orvex's background service stopped answering before "
+                                             "it could say which one.")
+                                  .arg(m_othersFile)}));
+        QVERIFY(m_standin->waitForExit(5000));
+        QVERIFY2(m_standin->standardError().contains(
+                     QStringLiteral("exiting before naming the owner of %1").arg(m_othersFile)),
+                 qPrintable(m_standin->standardError()));
     }
 };
 

@@ -47,6 +47,9 @@ public Q_SLOTS: // HXIdleDaemonUserInteractionProtocol
     bool isUserInteractionSuppressed();
     // Files only this daemon sees (another user's), with their owners.
     void setDaemonOnlyFiles(const QMap<QString, QString> &files) { m_daemonOnlyFiles = files; }
+    // Answers fileExistsAtPath, then dies without answering when asked for
+    // the owner: a daemon gone between the two questions.
+    void setExitAfterFileExists(bool exit) { m_exitAfterFileExists = exit; }
     bool fileExistsAtPath(const QString &path);
     QString fileOwnerNameForFileAtPath(const QString &path);
     void requestLogDeletionForUser(const QString &user);
@@ -88,5 +91,7 @@ private:
     bool m_sleepTimeAllowsIdleRun;
     bool m_idleIgnoreRequested = false;
     QMap<QString, QString> m_daemonOnlyFiles;
+    bool m_exitAfterFileExists = false;
+    bool m_answeredFileExists = false;
     IdleDaemonSettings m_settings;
 };

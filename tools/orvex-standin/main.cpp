@@ -44,6 +44,10 @@ const char kUsage[] =
     "  --exit-during-status-call\n"
     "                           die, without answering, when a live status is asked\n"
     "                           for (a worker that dies in the middle of a call)\n"
+    "  --exit-after-file-exists\n"
+    "                           once the idle daemon has said whether a file exists,\n"
+    "                           die, without answering, when asked for its owner\n"
+    "                           (a daemon gone between the two questions)\n"
     "  --help                   this text\n"
     "\n"
     "A testing pass starts when the worker is activated or the idle daemon is forced\n"
@@ -88,6 +92,7 @@ struct Options
     QStringList serve = {QStringLiteral("idle"), QStringLiteral("worker"), QStringLiteral("agent")};
     bool startNow = false;
     bool exitDuringStatusCall = false;
+    bool exitAfterFileExists = false;
 };
 
 // Nothing on success; otherwise the sentence for the user.
@@ -108,6 +113,8 @@ std::optional<QString> parse(const QStringList &args, Options *options, bool *he
             options->startNow = true;
         } else if (arg == QLatin1String("--exit-during-status-call")) {
             options->exitDuringStatusCall = true;
+        } else if (arg == QLatin1String("--exit-after-file-exists")) {
+            options->exitAfterFileExists = true;
         } else if (arg == QLatin1String("--scenario") ||
                    arg == QLatin1String("--status-view-port") ||
                    arg == QLatin1String("--agent-login") || arg == QLatin1String("--serve")) {
@@ -222,6 +229,7 @@ int main(int argc, char **argv)
     new WorkerDaemonAdaptor(&worker);
     IdleDaemonService idle(&worker, scenario->systemSleepTimeAllowsIdleRun);
     idle.setDaemonOnlyFiles(scenario->daemonOnlyFiles);
+    idle.setExitAfterFileExists(options.exitAfterFileExists);
     new IdleDaemonAdaptor(&idle);
     auto *schedule = new IdleScheduleObject(&idle);
     new ScheduleAdaptor(schedule);
