@@ -7,6 +7,7 @@
 #include <QFile>
 #include <QPdfWriter>
 #include <QPrinter>
+#include <QSaveFile>
 #include <QStringDecoder>
 #include <QTextCursor>
 #include <QTextDocument>
@@ -37,15 +38,23 @@ QString workerLogText(QString *error)
 
 bool saveWorkerLogAsText(const QString &destination, QString *error)
 {
-    if (QFile::exists(destination) && !QFile::remove(destination)) {
-        *error = QStringLiteral("“%1” could not be replaced.").arg(destination);
+    const auto fail = [&](const QString &reason) {
+        if (error)
+            *error = QStringLiteral("The worker's log could not be copied to “%1”: %2")
+                         .arg(destination, reason);
         return false;
-    }
+    };
     QFile source(workerLogPath());
-    if (!source.copy(destination)) {
-        *error = QStringLiteral("The worker's log could not be copied to “%1”: %2").arg(destination, source.errorString());
-        return false;
-    }
+    if (!source.open(QIODevice::ReadOnly))
+        return fail(source.errorString());
+    const QByteArray bytes = source.readAll();
+    // Written beside the file it replaces and put in its place only when
+    // whole: a failed write leaves the user's file as it was.
+    QSaveFile file(destination);
+    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size())
+        return fail(file.errorString());
+    if (!file.commit())
+        return fail(file.errorString());
     return true;
 }
 
@@ -102,22 +111,37 @@ QTextDocument *logPrintDocument(const HXStatusReportRef &report)
 
 bool saveLogAsPdf(const QString &destination, const HXStatusReportRef &report, QString *error)
 {
-    if (QFile::exists(destination) && !QFile::remove(destination)) {
-        *error = QStringLiteral("“%1” could not be replaced.").arg(destination);
+    const auto fail = [&](const QString &reason) {
+        if (error)
+            *error = QStringLiteral("The log cannot be written to %1: %2").arg(destination, reason);
         return false;
+    };
+    // Written beside the file it replaces and put in its place only when
+    // whole: a full disk or a failed write leaves the user's file as it was.
+    QSaveFile file(destination);
+    if (!file.open(QIODevice::WriteOnly))
+        return fail(file.errorString());
+    {
+        QPdfWriter writer(&file);
+        writer.setTitle(QStringLiteral("Orvex Log"));
+        writer.setCreator(QStringLiteral("Orvex"));
+        writer.setPageSize(QPageSize(QPageSize::A4));
+        writer.setPageMargins(QMarginsF(15, 15, 15, 15), QPageLayout::Millimeter);
+        std::unique_ptr<QTextDocument> document(logPrintDocument(report));
+        // Pages follow one another down the log.
+        document->print(&writer);
     }
-    QPdfWriter writer(destination);
-    writer.setTitle(QStringLiteral("Orvex Log"));
-    writer.setCreator(QStringLiteral("Orvex"));
-    writer.setPageSize(QPageSize(QPageSize::A4));
-    writer.setPageMargins(QMarginsF(15, 15, 15, 15), QPageLayout::Millimeter);
-    std::unique_ptr<QTextDocument> document(logPrintDocument(report));
-    // Pages follow one another down the log.
-    document->print(&writer);
-    if (!QFile::exists(destination) || QFile(destination).size() == 0) {
-        *error = QString(); // the panel shows an empty error, as it always has
-        return false;
+    if (file.error() != QFileDevice::NoError) {
+        const QString reason = file.errorString();
+        file.cancelWriting();
+        return fail(reason);
     }
+    if (file.size() == 0) {
+        file.cancelWriting();
+        return fail(QStringLiteral("the pages could not be drawn"));
+    }
+    if (!file.commit())
+        return fail(file.errorString());
     return true;
 }
 

@@ -16,13 +16,15 @@ QString workerLogPath();
 // Its text, in UTF-8 when it is valid UTF-8 and Latin-1 otherwise.
 QString workerLogText(QString *error);
 
-// Replaces `destination` with a copy of the worker's log file.
+// Replaces `destination` with a copy of the worker's log file; a file that
+// was there stays as it was unless the copy is whole.
 bool saveWorkerLogAsText(const QString &destination, QString *error);
 
 // The report's log as a table of time, kind and message, damaged files
 // listed under their message; the caller owns the document.
 QTextDocument *logPrintDocument(const HXStatusReportRef &report);
-// That table as a PDF, paginated vertically; an existing file is replaced.
+// That table as a PDF, paginated vertically. An existing file is replaced
+// only by a whole new one; false, with the reason, otherwise.
 bool saveLogAsPdf(const QString &destination, const HXStatusReportRef &report, QString *error);
 
 // The worker's log file as plain text, as wide as the printable page and
