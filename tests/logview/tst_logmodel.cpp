@@ -28,6 +28,7 @@
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTimer>
 #include <csignal>
 #include <sys/resource.h>
 
@@ -264,6 +265,40 @@ private Q_SLOTS:
         model.reload();
         QVERIFY(!outline.isExpanded(model.index(damaged + 2, 0)));
         QVERIFY(outline.expandedRows().empty());
+    }
+
+    // Sizing the scroll bar lays out every row of the log: an outline that
+    // is hidden (its tab behind another) leaves that until it is shown.
+    void aHiddenOutlineLaysOutItsRowsOnlyWhenShown()
+    {
+        HXLogEntryList log;
+        for (int i = 0; i < 200; ++i)
+            log << entry(at(1 + i / 60, (i / 60) % 24, i % 60), QStringLiteral("Passed"),
+                         QStringLiteral("Passed: test number %1").arg(i));
+        HXLogTreeModel model(nullptr);
+        model.setReport(reportWith(log));
+        QWidget page;
+        page.resize(700, 400);
+        auto *outline = new HXLogOutlineView(&page);
+        outline->resize(700, 400);
+        outline->hide();
+        outline->setLogModel(&model);
+        page.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&page));
+        model.reload();
+        // After the layouts the resets scheduled: nothing laid out.
+        bool marker = false;
+        QTimer::singleShot(0, this, [&] { marker = true; });
+        QTRY_VERIFY(marker);
+        QCOMPARE(outline->verticalScrollBar()->maximum(), 0);
+
+        outline->show();
+        QTRY_VERIFY(outline->verticalScrollBar()->maximum() > 0);
+        outline->scrollToBottom();
+        const QModelIndex oldest =
+            model.index(model.rowCount() - 1 - HXLogTreeModel::kSpacerRows, 0);
+        QCOMPARE(model.entryForIndex(oldest)->string(), QStringLiteral("Passed: test number 0"));
+        QVERIFY(outline->viewport()->rect().intersects(outline->visualRect(oldest)));
     }
 
     void keyboardMovesExpandsAndAsksToShowTheFile()
