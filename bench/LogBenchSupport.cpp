@@ -8,6 +8,7 @@
 #include <QVBoxLayout>
 #include <algorithm>
 #include <cstdio>
+#include <ctime>
 #include <fstream>
 #include <malloc.h>
 #include <string>
@@ -26,6 +27,13 @@ long statusKb(const char *field)
             return std::stol(line.substr(prefix.size()));
     }
     return -1;
+}
+
+double threadCpuMs()
+{
+    timespec t{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+    return double(t.tv_sec) * 1e3 + double(t.tv_nsec) / 1e6;
 }
 
 double kbToMb(long kb)
@@ -68,29 +76,29 @@ MemorySample::Growth MemorySample::above(const MemorySample &before) const
 void Figures::print(const QString &which) const
 {
     std::printf("%s %.1f %.1f %.1f %.2f %.2f %d %.0f %.2f %.2f %.2f %.2f %.2f %.2f %.2f %.2f "
-                "%.2f\n",
+                "%.2f %.2f\n",
                 qPrintable(which), shown, firstPaint, reload, worstScroll, medianScroll, pages,
                 heldKb, shownMemory.rssMb, shownMemory.heapMb, shownMemory.anonMb,
                 shownMemory.fileMb, usedMemory.rssMb, usedMemory.heapMb, usedMemory.anonMb,
-                usedMemory.fileMb, reportMb);
+                usedMemory.fileMb, reportMb, worstScrollCpu);
     std::fflush(stdout);
 }
 
 void printTables(const QStringList &lines)
 {
-    std::printf("\n%-11s %9s %9s %9s %9s %9s %6s\n", "view", "shown ms", "first ms", "reload ms",
-                "worst ms", "median ms", "pages");
+    std::printf("\n%-11s %9s %9s %9s %9s %9s %9s %6s\n", "view", "shown ms", "first ms",
+                "reload ms", "worst ms", "(on cpu)", "median ms", "pages");
     std::vector<QStringList> rows;
     for (const QString &line : lines) {
         const QStringList v = line.split(QLatin1Char(' '), Qt::SkipEmptyParts);
-        if (v.size() != 17) {
+        if (v.size() != 18) {
             std::printf("%-11s (no figures: %s)\n", "?", qPrintable(line));
             continue;
         }
         rows.push_back(v);
-        std::printf("%-11s %9s %9s %9s %9s %9s %6s\n", qPrintable(v[0]), qPrintable(v[1]),
-                    qPrintable(v[2]), qPrintable(v[3]), qPrintable(v[4]), qPrintable(v[5]),
-                    qPrintable(v[6]));
+        std::printf("%-11s %9s %9s %9s %9s %9s %9s %6s\n", qPrintable(v[0]), qPrintable(v[1]),
+                    qPrintable(v[2]), qPrintable(v[3]), qPrintable(v[4]), qPrintable(v[17]),
+                    qPrintable(v[5]), qPrintable(v[6]));
     }
     std::printf("\nMemory in MB above the baseline (the status tab shown and painted);\n"
                 "resident = own pages (anon) + file pages (code, fonts)\n");
@@ -126,8 +134,10 @@ bool PaintTimer::eventFilter(QObject *watched, QEvent *event)
     m_inside = true;
     QElapsedTimer timer;
     timer.start();
+    const double cpu = threadCpuMs();
     QCoreApplication::sendEvent(watched, event);
     milliseconds.push_back(double(timer.nsecsElapsed()) / 1e6);
+    cpuMilliseconds.push_back(threadCpuMs() - cpu);
     m_inside = false;
     if (afterPaint)
         afterPaint();
@@ -152,6 +162,7 @@ void scrollThrough(QAbstractScrollArea *area, PaintTimer &timer, Figures *f)
     bar->setValue(0);
     area->viewport()->repaint();
     timer.milliseconds.clear();
+    timer.cpuMilliseconds.clear();
     while (bar->value() < bar->maximum()) {
         bar->setValue(bar->value() + bar->pageStep());
         area->viewport()->repaint();
@@ -161,6 +172,10 @@ void scrollThrough(QAbstractScrollArea *area, PaintTimer &timer, Figures *f)
     f->pages = int(times.size());
     f->worstScroll = times.empty() ? 0 : times.back();
     f->medianScroll = times.empty() ? 0 : times[times.size() / 2];
+    f->worstScrollCpu =
+        timer.cpuMilliseconds.empty()
+            ? 0
+            : *std::max_element(timer.cpuMilliseconds.begin(), timer.cpuMilliseconds.end());
 }
 
 TreeWidgetLogTab::TreeWidgetLogTab(HXStatusReporter *reporter)

@@ -42,6 +42,7 @@ struct Figures
     double reload = 0;
     double worstScroll = 0;
     double medianScroll = 0;
+    double worstScrollCpu = 0; // the same paint's time on the processor
     int pages = 0;
     double heldKb = 0; // heap of the tab before it is ever shown
     MemorySample::Growth shownMemory;
@@ -56,12 +57,15 @@ struct Figures
 void printTables(const QStringList &lines);
 QString loadAverage();
 
-// Times every paint of a viewport, from its start to its end.
+// Times every paint of a viewport, from its start to its end, on the clock
+// and on the processor (what the thread itself spent, without the time other
+// processes of a loaded machine took from it).
 class PaintTimer : public QObject
 {
 public:
     explicit PaintTimer(QWidget *viewport);
     std::vector<double> milliseconds;
+    std::vector<double> cpuMilliseconds;
     std::function<void()> afterPaint;
 
 protected:

@@ -14,7 +14,9 @@
 //   reload:      a new report (one entry more) with 1,000 rows expanded,
 //                to the end of the next paint, the expansions kept;
 //   scrolling:   page by page from top to bottom, each viewport paint timed
-//                in the process (worst and median);
+//                in the process (worst and median; the worst also as the
+//                time the thread spent on the processor, which a loaded
+//                machine does not stretch);
 //   used:        resident size and heap above the baseline after all that;
 //   report:      the heap the decoded report takes, as report_memory
 //                measures it (small blocks only, which leaves out the
