@@ -38,6 +38,12 @@ QString text(const char *key, const char *english)
 const QString kMailUser = QStringLiteral("Orvex");
 const QString kMailPassword = QStringLiteral("bark7go");
 
+void setIcon(QLabel *label, const QString &artwork, const QString &name)
+{
+    label->setPixmap(HXArtwork::pixmap(artwork, label->size(), label->devicePixelRatioF()));
+    label->setAccessibleName(name);
+}
+
 } // namespace
 
 ZRHelpReporterWindowController::ZRHelpReporterWindowController(QObject *parent)
@@ -222,6 +228,8 @@ void ZRHelpReporterWindowController::startReport(const QString &subject, const Q
     m_awaitingClose = false;
 
     m_progress->progressIndicator()->setValue(0);
+    setIcon(m_progress->iconLabel(), QStringLiteral("orvex.svg"), tr("Orvex"));
+    m_progress->setWindowTitle(saveFolder.isEmpty() ? tr("Sending Report") : tr("Saving Report"));
     m_progress->sendingMessageField()->setText(
         saveFolder.isEmpty() ? tr("Collecting information about this computer and sending it to "
                                   "Talvorn Tech Support…")
@@ -313,6 +321,7 @@ void ZRHelpReporterWindowController::sendReportSendCompletion(unsigned resultCod
 
 void ZRHelpReporterWindowController::showDone(const QString &message)
 {
+    setIcon(m_progress->iconLabel(), QStringLiteral("OrvexPassed.svg"), tr("Done"));
     m_progress->sendingMessageField()->hide();
     m_progress->sentMessageField()->setText(message);
     m_progress->sentMessageField()->show();
@@ -323,6 +332,7 @@ void ZRHelpReporterWindowController::showDone(const QString &message)
 
 void ZRHelpReporterWindowController::showFailure(const QString &message)
 {
+    setIcon(m_progress->iconLabel(), QStringLiteral("warning.svg"), tr("Failed"));
     m_progress->sendingMessageField()->hide();
     m_progress->failureMessageField()->setText(message);
     m_progress->failureMessageField()->show();

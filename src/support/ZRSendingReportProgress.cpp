@@ -9,6 +9,7 @@
 
 ZRSendingReportProgress::ZRSendingReportProgress(QWidget *parent)
     : QWidget(parent, Qt::Window)
+    , m_icon(new QLabel)
     , m_sending(new QLabel(
           tr("Collecting information about this computer and sending it to Talvorn Tech Support…")))
     , m_sent(new QLabel(tr("Your report has been sent to Talvorn Tech Support. Thank you.")))
@@ -21,9 +22,9 @@ ZRSendingReportProgress::ZRSendingReportProgress(QWidget *parent)
     setWindowTitle(tr("Sending Report"));
     for (QLabel *label : {m_sending, m_sent, m_failure}) {
         label->setWordWrap(true);
-        label->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
-        label->setFocusPolicy(Qt::TabFocus);
+        label->setTextInteractionFlags(Qt::TextSelectableByMouse);
     }
+    m_icon->setFixedSize(48, 48);
     m_sending->setAccessibleName(tr("Status"));
     m_sent->setAccessibleName(tr("Status"));
     m_failure->setAccessibleName(tr("Status"));
@@ -39,14 +40,22 @@ ZRSendingReportProgress::ZRSendingReportProgress(QWidget *parent)
     buttons->addStretch(1);
     buttons->addWidget(m_button);
 
+    auto *texts = new QVBoxLayout;
+    texts->addWidget(m_sending);
+    texts->addWidget(m_sent);
+    texts->addWidget(m_failure);
+    texts->addWidget(m_progress);
+    texts->addStretch(1);
+    auto *body = new QHBoxLayout;
+    body->addWidget(m_icon, 0, Qt::AlignTop);
+    body->addSpacing(8);
+    body->addLayout(texts, 1);
+
     auto *layout = new QVBoxLayout(this);
-    layout->addWidget(m_sending);
-    layout->addWidget(m_sent);
-    layout->addWidget(m_failure);
-    layout->addWidget(m_progress);
-    layout->addStretch(1);
+    layout->addLayout(body, 1);
+    layout->addSpacing(8);
     layout->addLayout(buttons);
-    setMinimumWidth(460);
+    setMinimumWidth(480);
 }
 
 void ZRSendingReportProgress::closeEvent(QCloseEvent *event)

@@ -15,6 +15,7 @@ class ZRSendingReportProgress : public QWidget
 public:
     explicit ZRSendingReportProgress(QWidget *parent = nullptr);
 
+    QLabel *iconLabel() const { return m_icon; }
     QLabel *sendingMessageField() const { return m_sending; }
     QLabel *sentMessageField() const { return m_sent; }
     QLabel *failureMessageField() const { return m_failure; }
@@ -30,6 +31,7 @@ protected:
     void closeEvent(QCloseEvent *event) override;
 
 private:
+    QLabel *m_icon;
     QLabel *m_sending;
     QLabel *m_sent;
     QLabel *m_failure;
