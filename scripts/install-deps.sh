@@ -10,6 +10,7 @@ packages=(
     fonts-comfortaa fonts-jura
     libplist-dev libplist-utils libudev-dev
     libbenchmark-dev
+    libssl-dev zip python3-aiosmtpd
     python3
     dbus-daemon dbus-bin
     clang libclang-rt-14-dev

@@ -12,6 +12,7 @@
 #include "HXPreferencesWindowController.h"
 #include "HXStatusReporter.h"
 #include "HXSystemLog.h"
+#include "ZRHelpReporterWindowController.h"
 
 #include <QApplication>
 #include <QDesktopServices>
@@ -49,6 +50,7 @@ HXAppDelegate::HXAppDelegate(Options options, QObject *parent)
 
 HXAppDelegate::~HXAppDelegate()
 {
+    delete m_helpReporter;
     delete m_preferencesWindowController;
     delete m_debugWindowController;
     delete m_mainWindowController;
@@ -81,8 +83,10 @@ void HXAppDelegate::applicationDidFinishLaunching(Qt::KeyboardModifiers held)
         m_mainWindowController, &HXMainWindowController::undoManagerRequested, this,
         [this] { managedObjectContext(); }, Qt::QueuedConnection);
 
-    buildMenus();              // (a) the log menu and its delegate
-                               // (b) the help reporter arrives with its own window
+    buildMenus(); // (a) the log menu and its delegate
+    ZRHelpReporterWindowController::Options reporterOptions;
+    reporterOptions.defaults = m_options.defaults;
+    m_helpReporter = new ZRHelpReporterWindowController(reporterOptions); // (b)
     checkForLaunchModifiers(held); // (c)
     if (m_options.wakeServer)
         HXCommandSender::wakeServer(); // (d)
@@ -132,6 +136,7 @@ void HXAppDelegate::buildMenus()
 
     auto *help = m_menuBar->addMenu(tr("&Help"));
     help->addAction(tr("Orvex &Manual"), QKeySequence::HelpContents, this, &HXAppDelegate::showHelp);
+    help->addAction(tr("Send &Report…"), this, &HXAppDelegate::sendReport);
 
     if (auto *layout = qobject_cast<QVBoxLayout *>(m_mainWindowController->layout()))
         layout->setMenuBar(m_menuBar);
@@ -229,6 +234,12 @@ void HXAppDelegate::showHelp()
     const QString path = manualPath();
     if (!QFileInfo::exists(path) || !QDesktopServices::openUrl(QUrl::fromLocalFile(path)))
         HXSystemLog::write(QStringLiteral("Could not open manual located at path: %1").arg(path));
+}
+
+void HXAppDelegate::sendReport()
+{
+    if (m_helpReporter)
+        m_helpReporter->showSendReportDialog(ZRHelpReporterWindowController::UserRequest);
 }
 
 HXPersistentStore *HXAppDelegate::persistentStore()

@@ -5,17 +5,18 @@
 #include "HXMainWindowController.h"
 #include "HXPersistentStore.h"
 #include "HXUserPrompts.h"
+#include "ZRHelpReporterWindowController.h"
 
 #include <QObject>
 #include <QPointer>
 #include <QSettings>
-
 #include <array>
 #include <memory>
 
 class HXLogViewController;
 class HXPreferencesWindowController;
 class HXViewController;
+
 class QMenu;
 class QMenuBar;
 class QPrinter;
@@ -62,6 +63,8 @@ public:
     HXLogViewController *logViewController() const;
     // Made on first use; lives as long as the delegate.
     HXPreferencesWindowController *preferencesWindowController();
+    // Made when launching has finished; lives as long as the delegate.
+    ZRHelpReporterWindowController *helpReporter() const { return m_helpReporter; }
 
     bool userNotificationsSupported() const { return m_userNotificationsSupported; }
     bool showResetMenuItem() const { return m_showResetMenuItem; }
@@ -83,6 +86,7 @@ public Q_SLOTS:
     void openDebugViewNow(bool show);
     void showPreferences();
     void showHelp();
+    void sendReport();
     void saveAction();
     void saveLogAsPDF();
     void saveLogAsText();
@@ -105,6 +109,7 @@ private:
     QPointer<HXMainWindowController> m_mainWindowController;
     QPointer<HXDebugWindowController> m_debugWindowController;
     QPointer<HXPreferencesWindowController> m_preferencesWindowController;
+    QPointer<ZRHelpReporterWindowController> m_helpReporter;
     QMenuBar *m_menuBar = nullptr;
     QMenu *m_logMenu = nullptr;
     std::unique_ptr<HXPersistentStore> m_store;

@@ -22,6 +22,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QKeyEvent>
+#include <QLabel>
 #include <QMenu>
 #include <QMenuBar>
 #include <QPrinter>
@@ -271,6 +272,19 @@ private Q_SLOTS:
                                                   QStringLiteral("Print Log… Ctrl+P"), QString(),
                                                   QStringLiteral("Quit Ctrl+Q")}));
         QVERIFY(!QFile::exists(path));
+        // The help reporter is made at launch; Help ▸ Send Report… opens its dialog.
+        QVERIFY(delegate.helpReporter());
+        QMenu *help = delegate.menuBar()->actions().last()->menu();
+        QAction *sendReport = nullptr;
+        for (QAction *action : help->actions())
+            if (action->text().remove(QLatin1Char('&')) == QStringLiteral("Send Report…"))
+                sendReport = action;
+        QVERIFY(sendReport);
+        sendReport->trigger();
+        QVERIFY(delegate.helpReporter()->sendReportDialog()->isVisible());
+        QCOMPARE(delegate.helpReporter()->sendReportDialog()->titleLabel()->text(),
+                 QStringLiteral("Send Report"));
+        delegate.helpReporter()->cancelSendReportDialogAction();
 
         delegate.window()->show();
         QVERIFY(QTest::qWaitForWindowActive(delegate.window()));
