@@ -6,6 +6,7 @@
 #include <netdb.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 SMTPSocket::~SMTPSocket()
@@ -65,6 +66,13 @@ SMTPSocket::Connect SMTPSocket::connectTo(in_addr address, quint16 port, int tim
     }
     fcntl(m_fd, F_SETFL, flags & ~O_NONBLOCK);
     return Connect::Connected;
+}
+
+void SMTPSocket::setExchangeTimeout(int timeoutMs)
+{
+    const timeval limit{timeoutMs / 1000, (timeoutMs % 1000) * 1000};
+    setsockopt(m_fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    setsockopt(m_fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
 }
 
 bool SMTPSocket::writeAll(const char *bytes, qsizetype length)

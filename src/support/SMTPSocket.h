@@ -28,12 +28,15 @@ public:
     // non-blocking connect waited for with poll(2). The socket blocks again
     // once connected.
     Connect connectTo(in_addr address, quint16 port, int timeoutMs);
+    // Bounds each later read and write: a peer silent for `timeoutMs` ends
+    // the exchange as if it had closed.
+    void setExchangeTimeout(int timeoutMs);
     // Writes every byte (a short write is retried); false on a failed write,
     // a closed peer included. Never raises SIGPIPE.
     bool writeAll(const char *bytes, qsizetype length);
     // Reads one whole reply: lines up to the first that is not a "NNN-"
-    // continuation line, or what came before the peer closed. There is no
-    // time-out; `limit` bounds what a misbehaving peer can make us keep.
+    // continuation line, or what came before the peer closed or fell
+    // silent; `limit` bounds what a misbehaving peer can make us keep.
     QByteArray readReply(qsizetype limit = 65536);
     void close();
 

@@ -21,6 +21,7 @@ namespace {
 
 std::atomic<bool> g_timedOut{false};
 std::atomic<int> g_connectTimeoutMs{SMTP_AGENT::kConnectTimeoutMs};
+std::atomic<int> g_replyTimeoutMs{SMTP_AGENT::kReplyTimeoutMs};
 
 constexpr size_t kScratchSize = 255;
 
@@ -79,6 +80,11 @@ void SMTP_AGENT::clearTimeoutFlag()
 void SMTP_AGENT::setConnectTimeoutForTesting(int milliseconds)
 {
     g_connectTimeoutMs = milliseconds;
+}
+
+void SMTP_AGENT::setReplyTimeoutForTesting(int milliseconds)
+{
+    g_replyTimeoutMs = milliseconds;
 }
 
 unsigned SMTP_AGENT::sendMessage(const QString &message, const QStringList &to, const QString &from,
@@ -178,6 +184,7 @@ unsigned SMTP_AGENT::connectToMailServer(SMTPSocket &socket, const QString &serv
         if (outcome == SMTPSocket::Connect::TimedOut)
             g_timedOut = true;
         if (outcome == SMTPSocket::Connect::Connected) {
+            socket.setExchangeTimeout(g_replyTimeoutMs);
             connected = true;
             break;
         }
@@ -305,6 +312,7 @@ unsigned SMTP_AGENT::loginToPOPServer(const QString &server, const QString &user
         g_timedOut = true;
     if (outcome != SMTPSocket::Connect::Connected)
         return POPConnectFailed;
+    socket->setExchangeTimeout(g_replyTimeoutMs);
     if (!socketDialog(*socket, {}, "+OK"))
         return POPNoGreeting;
     if (!username.isEmpty() && !password.isEmpty()) {

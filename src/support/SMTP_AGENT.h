@@ -62,6 +62,9 @@ public:
     static constexpr quint16 kPOPPort = 110;
     static constexpr int kPieceLength = 524288;
     static constexpr int kConnectTimeoutMs = 5000;
+    // A server that stops answering must not hold the report for ever; a
+    // minute is far longer than any mail server takes to answer a command.
+    static constexpr int kReplyTimeoutMs = 60000;
     static const char *const kBoundary;
 
     // Makes an agent, sends, and answers the result code.
@@ -94,6 +97,7 @@ public:
     static void clearTimeoutFlag();
     // Tests make connects give up sooner than the five seconds.
     static void setConnectTimeoutForTesting(int milliseconds);
+    static void setReplyTimeoutForTesting(int milliseconds);
 
 private:
     unsigned send(const SMTPMessageRequest &request);

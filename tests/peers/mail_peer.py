@@ -122,9 +122,14 @@ def scripted(args):
     port, fail = int(args[0]), args[1]
     server = listen(port)
     print("ready", flush=True)
+    held = []
     while True:
         conn, _ = server.accept()
         buffer = [b""]
+        if fail == "silent":
+            # Accepts and never says a word, as a wedged server does.
+            held.append(conn)
+            continue
         if fail == "greeting":
             conn.sendall(b"554 5.3.2 Not accepting mail\r\n")
             conn.close()
@@ -162,6 +167,10 @@ def scripted(args):
                         break
                     buffer[0] += chunk
                 buffer[0] = buffer[0].split(b"\r\n.\r\n", 1)[1]
+                if fail == "silent-after-data":
+                    held.append(conn)
+                    conn = None
+                    break
                 conn.sendall(b"250 OK queued\r\n")
                 if fail == "quit":
                     # A reset: the client's next write fails.
@@ -174,7 +183,8 @@ def scripted(args):
             else:
                 conn.sendall(b"502 5.5.2 Not implemented\r\n")
         try:
-            conn.close()
+            if conn is not None:
+                conn.close()
         except OSError:
             pass
 

@@ -312,6 +312,11 @@ void SMTPAgentTest::refusalsByScriptedServer_data()
         << QStringLiteral("user") << kSmtpPort << unsigned(SMTP_AGENT::UsernameRefused);
     QTest::newRow("DATA refused") << QStringLiteral("data") << kSmtpPort
                                   << unsigned(SMTP_AGENT::DataRefused);
+    // A server that falls silent ends the exchange after the reply time-out.
+    QTest::newRow("silent before the greeting")
+        << QStringLiteral("silent") << kSmtpPort << unsigned(SMTP_AGENT::NoGreeting);
+    QTest::newRow("silent after the message")
+        << QStringLiteral("silent-after-data") << kSmtpPort << unsigned(SMTP_AGENT::MessageFailed);
     // Nothing on 5331: the second port is tried, and everything works there.
     QTest::newRow("second port") << QStringLiteral("none") << kSecondPort
                                  << unsigned(SMTP_AGENT::Success);
@@ -321,11 +326,15 @@ void SMTPAgentTest::refusalsByScriptedServer()
 {
     QFETCH(QString, failAt);
     QFETCH(QString, port);
+    QFETCH(unsigned, code);
     if (port == kSecondPort && MailPeer::portInUse(SMTP_AGENT::kFirstPort))
         QSKIP("port 5331 on 127.0.0.1 is taken by another program");
     MailPeer server;
     START_MAIL_PEER(server, {QStringLiteral("scripted"), port, failAt});
-    QTEST(sendOnWorker(basicRequest()), "code");
+    SMTP_AGENT::setReplyTimeoutForTesting(failAt.startsWith(QLatin1String("silent")) ? 300 : SMTP_AGENT::kReplyTimeoutMs);
+    const unsigned result = sendOnWorker(basicRequest());
+    SMTP_AGENT::setReplyTimeoutForTesting(SMTP_AGENT::kReplyTimeoutMs);
+    QCOMPARE(result, code);
 }
 
 void SMTPAgentTest::quitThatCannotBeWritten()
