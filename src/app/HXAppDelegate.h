@@ -62,6 +62,8 @@ public:
     HXLogViewController *logViewController() const;
     // Made on first use; lives as long as the delegate.
     HXPreferencesWindowController *preferencesWindowController();
+    // The about window last opened, while it is open.
+    QWidget *aboutWindow() const { return m_aboutWindow; }
 
     bool userNotificationsSupported() const { return m_userNotificationsSupported; }
     bool showResetMenuItem() const { return m_showResetMenuItem; }
@@ -83,6 +85,11 @@ public Q_SLOTS:
     void openDebugViewNow(bool show);
     void showPreferences();
     void showHelp();
+    void openAboutWindow();
+#ifdef ORVEX_UPDATE_CHECK
+    // Asks the update server on a thread of its own; the answer comes as an alert.
+    void checkForUpdate();
+#endif
     void saveAction();
     void saveLogAsPDF();
     void saveLogAsText();
@@ -105,6 +112,7 @@ private:
     QPointer<HXMainWindowController> m_mainWindowController;
     QPointer<HXDebugWindowController> m_debugWindowController;
     QPointer<HXPreferencesWindowController> m_preferencesWindowController;
+    QPointer<QWidget> m_aboutWindow;
     QMenuBar *m_menuBar = nullptr;
     QMenu *m_logMenu = nullptr;
     std::unique_ptr<HXPersistentStore> m_store;
