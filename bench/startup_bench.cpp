@@ -4,6 +4,11 @@
 // of the process to the first painted window and the resident memory a
 // second later. Run under xvfb-run (or with QT_QPA_PLATFORM=offscreen) and
 // dbus-run-session, so the application has a display and a bus.
+//
+// The about tab's cost: the same start with the about tab never opened, and
+// opened once (its product page served from 127.0.0.1), for this build and
+// for any other build of orvex named after the repetitions, side by side:
+//     startup_bench 7 nowebengine=build-nowe/tools/orvex/orvex
 #include "HXReportArchive.h"
 #include "ReportFactory.h"
 
@@ -24,9 +29,17 @@ struct Run
     double spawnToPaintMs = 0;
     double mainToPaintMs = 0;
     long rssKb = 0;
+    QString aboutPage; // "web" or "picture" once the about tab was opened
 };
 
-bool runOnce(const QString &root, Run *run)
+struct Target
+{
+    QString name;
+    QString path;
+};
+
+bool runOnce(const QString &app, const QString &root, Run *run, const QStringList &arguments = {},
+             const QString &productPage = QString())
 {
     QProcess orvex;
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
@@ -34,10 +47,13 @@ bool runOnce(const QString &root, Run *run)
     env.insert(QStringLiteral("ORVEX_DAEMON_BUS"), QStringLiteral("session"));
     env.insert(QStringLiteral("XDG_CONFIG_HOME"), root + QStringLiteral("/config"));
     env.insert(QStringLiteral("XDG_DATA_HOME"), root + QStringLiteral("/data"));
+    if (!productPage.isEmpty())
+        env.insert(QStringLiteral("ORVEX_PRODUCT_PAGE"), productPage);
     orvex.setProcessEnvironment(env);
     QElapsedTimer clock;
     clock.start();
-    orvex.start(QStringLiteral(ORVEX_APP_PATH), {QStringLiteral("--startup-probe")});
+    orvex.start(app,
+                arguments.isEmpty() ? QStringList{QStringLiteral("--startup-probe")} : arguments);
     bool painted = false;
     while (orvex.waitForReadyRead(20000)) {
         while (orvex.canReadLine()) {
@@ -46,6 +62,8 @@ bool runOnce(const QString &root, Run *run)
                 run->spawnToPaintMs = double(clock.nsecsElapsed()) / 1e6;
                 run->mainToPaintMs = fields.value(1).toDouble();
                 painted = true;
+            } else if (fields.value(0) == "about-page") {
+                run->aboutPage = QString::fromLatin1(fields.value(1));
             } else if (fields.value(0) == "rss-kb") {
                 run->rssKb = fields.value(1).toLong();
             }
@@ -53,7 +71,8 @@ bool runOnce(const QString &root, Run *run)
         if (run->rssKb)
             break;
     }
-    orvex.waitForFinished(10000);
+    if (!orvex.waitForFinished(10000))
+        orvex.kill();
     return painted && run->rssKb > 0;
 }
 
@@ -67,12 +86,66 @@ double median(std::vector<T> runs, F field)
     return values[values.size() / 2];
 }
 
+// The about tab never opened and opened once, for each build.
+int aboutTab(const std::vector<Target> &targets, int repetitions)
+{
+    QProcess site;
+    site.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    site.start(QStringLiteral("/usr/bin/python3"), {QStringLiteral(ORVEX_PAGE_SERVER)});
+    if (!site.waitForReadyRead(10000)) {
+        std::fprintf(stderr, "startup_bench: the page server did not start\n");
+        return 1;
+    }
+    const QString page = QStringLiteral("http://127.0.0.1:%1/orvex/")
+                             .arg(QString::fromLatin1(site.readLine().trimmed().mid(5)));
+    std::printf("\nabout tab (page from %s), medians over %d runs:\n", qPrintable(page),
+                repetitions);
+    std::printf("%-14s %18s %14s %18s %16s %10s\n", "build", "never opened: ms", "RSS MB",
+                "opened once: ms", "RSS MB", "page");
+    for (const Target &target : targets) {
+        std::vector<Run> never;
+        std::vector<Run> opened;
+        for (int i = 0; i < repetitions; ++i) {
+            // Alternating, so that a machine that grows busier weighs on both alike.
+            QTemporaryDir a;
+            QTemporaryDir b;
+            Run n;
+            Run o;
+            if (!runOnce(target.path, a.path(), &n, {}, page) ||
+                !runOnce(target.path, b.path(), &o, {QStringLiteral("--startup-probe-about")},
+                         page)) {
+                std::fprintf(stderr, "startup_bench: %s did not report its start-up\n",
+                             qPrintable(target.path));
+                return 1;
+            }
+            never.push_back(n);
+            opened.push_back(o);
+        }
+        std::printf("%-14s %18.1f %14.1f %18.1f %16.1f %10s\n", qPrintable(target.name),
+                    median(never, [](const Run &r) { return r.spawnToPaintMs; }),
+                    median(never, [](const Run &r) { return r.rssKb; }) / 1024.0,
+                    median(opened, [](const Run &r) { return r.spawnToPaintMs; }),
+                    median(opened, [](const Run &r) { return r.rssKb; }) / 1024.0,
+                    qPrintable(opened.back().aboutPage));
+        std::fflush(stdout);
+    }
+    site.kill();
+    site.waitForFinished();
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
     const int repetitions = argc > 1 ? std::max(1, atoi(argv[1])) : 7;
+    std::vector<Target> targets{{QStringLiteral("this build"), QStringLiteral(ORVEX_APP_PATH)}};
+    for (int i = 2; i < argc; ++i) {
+        const QString named = QString::fromLocal8Bit(argv[i]);
+        const qsizetype equals = named.indexOf(QLatin1Char('='));
+        targets.push_back({named.left(equals), named.mid(equals + 1)});
+    }
     QTemporaryDir empty;
     QTemporaryDir large;
     {
@@ -89,7 +162,7 @@ int main(int argc, char **argv)
         std::vector<Run> runs;
         for (int i = 0; i < repetitions; ++i) {
             Run run;
-            if (!runOnce(root, &run)) {
+            if (!runOnce(QStringLiteral(ORVEX_APP_PATH), root, &run)) {
                 std::fprintf(stderr, "startup_bench: orvex did not report its start-up (is there a display and a bus?)\n");
                 return 1;
             }
@@ -101,5 +174,5 @@ int main(int argc, char **argv)
                     median(runs, [](const Run &r) { return r.mainToPaintMs; }),
                     median(runs, [](const Run &r) { return r.rssKb; }) / 1024.0, repetitions);
     }
-    return 0;
+    return aboutTab(targets, repetitions);
 }

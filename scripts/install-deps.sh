@@ -7,6 +7,7 @@ set -euo pipefail
 packages=(
     build-essential cmake ninja-build pkg-config
     qt6-base-dev qt6-base-dev-tools libgl-dev qt6-svg-dev libqt6sql6-sqlite
+    qt6-webengine-dev qt6-declarative-dev
     fonts-comfortaa fonts-jura
     libplist-dev libplist-utils libudev-dev
     libbenchmark-dev

@@ -1,6 +1,7 @@
 #include "HXAppDelegate.h"
 
 #include "CommandSender.h"
+#include "HXAboutWindowController.h"
 #include "HXDBusNotificationCenter.h"
 #include "HXDaemonInteraction.h"
 #include "HXDebugWindowController.h"
@@ -13,6 +14,9 @@
 #include "HXStatusReporter.h"
 #include "HXSystemLog.h"
 #include "ZRHelpReporterWindowController.h"
+#ifdef ORVEX_UPDATE_CHECK
+#include "HXUpdateCheck.h"
+#endif
 
 #include <QApplication>
 #include <QDesktopServices>
@@ -137,10 +141,33 @@ void HXAppDelegate::buildMenus()
     auto *help = m_menuBar->addMenu(tr("&Help"));
     help->addAction(tr("Orvex &Manual"), QKeySequence::HelpContents, this, &HXAppDelegate::showHelp);
     help->addAction(tr("Send &Report…"), this, &HXAppDelegate::sendReport);
+#ifdef ORVEX_UPDATE_CHECK
+    help->addAction(tr("Check for &Update…"), this, &HXAppDelegate::checkForUpdate);
+#endif
+    help->addAction(tr("&About Orvex"), this, &HXAppDelegate::openAboutWindow);
 
     if (auto *layout = qobject_cast<QVBoxLayout *>(m_mainWindowController->layout()))
         layout->setMenuBar(m_menuBar);
 }
+
+void HXAppDelegate::openAboutWindow()
+{
+    // A new window each time, as the menu item always made one; it goes
+    // when closed.
+    auto *about =
+        new HXAboutWindowController(QStringLiteral(ORVEX_BUILD_VERSION), m_mainWindowController);
+    m_aboutWindow = about;
+    about->show();
+    about->raise();
+    about->activateWindow();
+}
+
+#ifdef ORVEX_UPDATE_CHECK
+void HXAppDelegate::checkForUpdate()
+{
+    HXUpdateCheck::checkForUpdate(true);
+}
+#endif
 
 HXPreferencesWindowController *HXAppDelegate::preferencesWindowController()
 {

@@ -65,6 +65,8 @@ public:
     HXPreferencesWindowController *preferencesWindowController();
     // Made when launching has finished; lives as long as the delegate.
     ZRHelpReporterWindowController *helpReporter() const { return m_helpReporter; }
+    // The about window last opened, while it is open.
+    QWidget *aboutWindow() const { return m_aboutWindow; }
 
     bool userNotificationsSupported() const { return m_userNotificationsSupported; }
     bool showResetMenuItem() const { return m_showResetMenuItem; }
@@ -87,6 +89,11 @@ public Q_SLOTS:
     void showPreferences();
     void showHelp();
     void sendReport();
+    void openAboutWindow();
+#ifdef ORVEX_UPDATE_CHECK
+    // Asks the update server on a thread of its own; the answer comes as an alert.
+    void checkForUpdate();
+#endif
     void saveAction();
     void saveLogAsPDF();
     void saveLogAsText();
@@ -110,6 +117,7 @@ private:
     QPointer<HXDebugWindowController> m_debugWindowController;
     QPointer<HXPreferencesWindowController> m_preferencesWindowController;
     QPointer<ZRHelpReporterWindowController> m_helpReporter;
+    QPointer<QWidget> m_aboutWindow;
     QMenuBar *m_menuBar = nullptr;
     QMenu *m_logMenu = nullptr;
     std::unique_ptr<HXPersistentStore> m_store;

@@ -230,6 +230,42 @@ private Q_SLOTS:
     }
     void init() { m_log.clear(); }
 
+    // The Help menu as the build has it: the update check only when built
+    // in; "About Orvex" opens a new about window each time.
+    void helpMenu()
+    {
+        QSettings defaults(m_root.filePath(QStringLiteral("help.conf")), QSettings::IniFormat);
+        ScriptedPrompts prompts;
+        HXAppDelegate::Options o = options(&prompts, m_root.filePath(QStringLiteral("store-help")));
+        o.defaults = &defaults;
+        HXAppDelegate delegate(o);
+        delegate.applicationDidFinishLaunching({});
+        QMenu *help = delegate.menuBar()->actions().constLast()->menu();
+        QCOMPARE(help->title().remove(QLatin1Char('&')), QStringLiteral("Help"));
+        QStringList titles;
+        QAction *about = nullptr;
+        const auto actions = help->actions();
+        for (QAction *action : actions) {
+            titles.append(action->text().remove(QLatin1Char('&')));
+            if (titles.constLast() == QLatin1String("About Orvex"))
+                about = action;
+        }
+#ifdef ORVEX_UPDATE_CHECK
+        QVERIFY(titles.contains(QStringLiteral("Check for Update…")));
+#else
+        QVERIFY(!titles.contains(QStringLiteral("Check for Update…")));
+#endif
+        QCOMPARE(titles.constLast(), QStringLiteral("About Orvex"));
+        about->trigger();
+        QPointer<QWidget> first = delegate.aboutWindow();
+        QVERIFY(first);
+        QVERIFY(first->isVisible());
+        QCOMPARE(first->windowTitle(), QStringLiteral("About Orvex"));
+        about->trigger();
+        QVERIFY(delegate.aboutWindow() != first);
+        QVERIFY(first); // the first stays open
+    }
+
     void storeFolderThatIsAFile()
     {
         const QString folder = m_root.filePath(QStringLiteral("file-not-folder"));

@@ -1,4 +1,5 @@
 // orvex: the desktop window onto the Orvex hardware and disk health monitor.
+#include "HXAboutViewController.h"
 #include "HXAppDelegate.h"
 #include "HXApplication.h"
 #include "HXArtwork.h"
@@ -23,6 +24,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 
 namespace {
 
@@ -41,6 +43,9 @@ const char kUsage[] =
     "                     exclusions); --screenshot then saves that window\n"
     "  --startup-probe    print when the window first painted and the resident\n"
     "                     memory after start-up, then quit (for benchmarks)\n"
+    "  --startup-probe-about\n"
+    "                     the same, but once painted open the about tab and wait\n"
+    "                     for its page before measuring the memory\n"
     "  --version          print the version and exit\n"
     "  --help             this text\n"
     "\n"
@@ -83,12 +88,14 @@ long residentKilobytes()
 }
 
 // Reports the first paint of the window and the memory once start-up has
-// settled, then ends the program.
+// settled, then ends the program. With `openAbout`, the about tab is opened
+// after the first paint and the memory is read once its page is shown.
 class StartupProbe : public QObject
 {
 public:
-    explicit StartupProbe(const QElapsedTimer &sinceStart)
+    StartupProbe(const QElapsedTimer &sinceStart, std::function<void()> openAbout)
         : m_sinceStart(sinceStart)
+        , m_openAbout(std::move(openAbout))
     {
     }
     bool eventFilter(QObject *watched, QEvent *event) override
@@ -97,17 +104,34 @@ public:
             m_painted = true;
             std::printf("painted-ms %.1f\n", double(m_sinceStart.nsecsElapsed()) / 1e6);
             std::fflush(stdout);
-            QTimer::singleShot(1000, [] {
-                std::printf("rss-kb %ld\n", residentKilobytes());
-                std::fflush(stdout);
-                QCoreApplication::exit(0);
-            });
+            if (m_openAbout)
+                QTimer::singleShot(0, this, [this] { m_openAbout(); });
+            else
+                reportMemorySoon();
         }
         return QObject::eventFilter(watched, event);
     }
+    void aboutPageShown(HXAboutViewController::Page page)
+    {
+        std::printf("about-page %s %.1f\n",
+                    page == HXAboutViewController::Page::Web ? "web" : "picture",
+                    double(m_sinceStart.nsecsElapsed()) / 1e6);
+        std::fflush(stdout);
+        reportMemorySoon();
+    }
 
 private:
+    void reportMemorySoon()
+    {
+        QTimer::singleShot(1000, [] {
+            std::printf("rss-kb %ld\n", residentKilobytes());
+            std::fflush(stdout);
+            QCoreApplication::exit(0);
+        });
+    }
+
     const QElapsedTimer &m_sinceStart;
+    std::function<void()> m_openAbout;
     bool m_painted = false;
 };
 
@@ -142,6 +166,7 @@ int main(int argc, char **argv)
     int screenshotDelay = 4000;
     QString preferencesPane;
     bool probe = false;
+    bool probeAbout = false;
     for (int i = 1; i < argc; ++i) {
         if (std::strcmp(argv[i], "--version") == 0) {
             std::printf("orvex %s\n", ORVEX_VERSION);
@@ -153,6 +178,10 @@ int main(int argc, char **argv)
         }
         if (std::strcmp(argv[i], "--startup-probe") == 0) {
             probe = true;
+            continue;
+        }
+        if (std::strcmp(argv[i], "--startup-probe-about") == 0) {
+            probe = probeAbout = true;
             continue;
         }
         if (std::strcmp(argv[i], "--preferences") == 0 && i + 1 < argc) {
@@ -204,9 +233,9 @@ int main(int argc, char **argv)
     statusOptions.distributedCenter = HXDBusNotificationCenter::defaultCenter();
     HXStatusViewController status(statusOptions);
     HXLogViewController log;
+    HXAboutViewController about;
     HXAppDelegate::Options options;
-    // The about tab comes with its own controller.
-    options.controllers = {&status, &log, nullptr};
+    options.controllers = {&status, &log, &about};
     HXAppDelegate delegate(options);
     delegate.applicationDidFinishLaunching(held);
     status.setTestingFinishedHandler([&delegate] {
@@ -218,9 +247,17 @@ int main(int argc, char **argv)
     QuitGuard guard(&delegate);
     QWidget *window = delegate.window();
     window->installEventFilter(&guard);
-    StartupProbe startupProbe(sinceStart);
+    StartupProbe startupProbe(sinceStart, probeAbout ? std::function<void()>([&delegate] {
+                                  delegate.mainWindowController()->showAboutTab();
+                              })
+                                                     : std::function<void()>());
     if (probe)
         window->installEventFilter(&startupProbe);
+    if (probeAbout)
+        QObject::connect(&about, &HXAboutViewController::pageShown, &startupProbe,
+                         [&startupProbe](HXAboutViewController::Page page) {
+                             startupProbe.aboutPageShown(page);
+                         });
     window->show();
     QWidget *shown = window;
     if (!preferencesPane.isEmpty()) {
