@@ -8,7 +8,6 @@
 #   keyboard_walk.py --app ORVEX --standin STANDIN --shots DIR
 import argparse
 import os
-import subprocess
 import sys
 
 HERE = os.path.dirname(os.path.abspath(__file__))
@@ -18,6 +17,7 @@ import pyatspi  # noqa: E402
 from gi.repository import GLib  # noqa: E402
 
 import atspi_dump as reader  # noqa: E402
+import xshot  # noqa: E402
 from atspi_session import Failure, Session, wait_for  # noqa: E402
 
 
@@ -52,7 +52,7 @@ def main():
 
         def shot(name):
             path = os.path.join(args.shots, "a11y-%s.png" % name)
-            subprocess.run(["import", "-window", "root", path], check=True, env=session.env)
+            xshot.save_root(session.env["DISPLAY"], path)
             print("saved %s, the keyboard on %s" % (path, say(focused(app))))
 
         session.focus_window()
