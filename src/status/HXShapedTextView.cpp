@@ -195,9 +195,9 @@ QList<HXShapedTextView::Link> HXShapedTextView::links() const
     return links;
 }
 
-QRectF HXShapedTextView::textRect(int start, int length) const
+QList<QRectF> HXShapedTextView::textRects(int start, int length) const
 {
-    QRectF united;
+    QList<QRectF> rects;
     for (size_t b = 0; b < m_layouts.size(); ++b) {
         const QTextLayout &layout = *m_layouts[b];
         const int from = std::max(0, start - m_blockPositions[b]);
@@ -213,11 +213,19 @@ QRectF HXShapedTextView::textRect(int start, int length) const
                 continue;
             const qreal left = line.cursorToX(a);
             const qreal right = line.cursorToX(z);
-            united |= QRectF(QPointF(std::min(left, right), line.y()),
-                             QPointF(std::max(left, right), line.y() + line.height()))
-                          .translated(layout.position() + QPointF(kInset, kInset));
+            rects.append(QRectF(QPointF(std::min(left, right), line.y()),
+                                QPointF(std::max(left, right), line.y() + line.height()))
+                             .translated(layout.position() + QPointF(kInset, kInset)));
         }
     }
+    return rects;
+}
+
+QRectF HXShapedTextView::textRect(int start, int length) const
+{
+    QRectF united;
+    for (const QRectF &rect : textRects(start, length))
+        united |= rect;
     return united;
 }
 
@@ -265,7 +273,9 @@ void HXShapedTextView::paintEvent(QPaintEvent *)
         p.setRenderHint(QPainter::Antialiasing);
         p.setPen(QPen(QColor(0xf0, 0x8a, 0x24), 2));
         p.setBrush(Qt::NoBrush);
-        p.drawRoundedRect(textRect(link.start, link.length).adjusted(-3, -1, 3, 1), 4, 4);
+        // Line by line: a link that wraps is outlined where its words are.
+        for (const QRectF &part : textRects(link.start, link.length))
+            p.drawRoundedRect(part.adjusted(-3, -1, 3, 1), 4, 4);
     }
 }
 

@@ -60,6 +60,8 @@ public:
     QString plainText() const;
     QList<Link> links() const;
     QRectF textRect(int start, int length) const;
+    // The same, one rectangle a line.
+    QList<QRectF> textRects(int start, int length) const;
     // The text position at a point, or -1.
     int positionAt(const QPointF &point) const;
     // As a click on the link would.
