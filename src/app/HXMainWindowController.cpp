@@ -131,6 +131,8 @@ void HXMainWindowController::buildWindow()
     connect(m_startButton, &QPushButton::clicked, this, &HXMainWindowController::startTesting);
     connect(m_stopButton, &QPushButton::clicked, this, &HXMainWindowController::stopTesting);
     m_testProgress = new HXProgress(this);
+    // Drawn only: a screen reader would otherwise meet a nameless panel.
+    m_testProgress->setAccessibleName(tr("Testing progress"));
     m_testProgress->setMinimum(0);
     m_testProgress->setMaximum(8);
     m_versionString = new QLabel(this);
