@@ -14,6 +14,7 @@
 #include "HXRemoteProxy.h"
 #include "HXStatusViewController.h"
 #include "HXTabButton.h"
+#include "HXTestingButton.h"
 #include "StandinProcess.h"
 
 #include <QApplication>

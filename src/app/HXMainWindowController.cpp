@@ -2,10 +2,12 @@
 
 #include "HXArtwork.h"
 #include "HXDaemonInteraction.h"
+#include "HXKeyboardFocus.h"
 #include "HXProgress.h"
 #include "HXStatusBoard.h"
 #include "HXSystemLog.h"
 #include "HXTabButton.h"
+#include "HXTestingButton.h"
 #include "HXViewController.h"
 
 #include <QCoreApplication>
@@ -120,28 +122,17 @@ void HXMainWindowController::buildWindow()
         m_tabView->addWidget(item);
     }
 
-    m_startButton = new QPushButton(tr("Start Testing"), this);
-    m_stopButton = new QPushButton(tr("Stop Testing"), this);
-    for (QPushButton *button : {m_startButton, m_stopButton}) {
-        button->setCheckable(true);
-        button->setFont(HXArtwork::technicalFont(11));
-        button->setMinimumSize(128, 32);
-        button->setCursor(Qt::PointingHandCursor);
-        // Drawn like the tab buttons; the text colour stays the palette's.
-        button->setStyleSheet(QStringLiteral(
-            "QPushButton { border: 1px solid #15181c; border-radius: 7px; padding: 0 14px;"
-            " background: qlineargradient(x1:0, y1:0, x2:0, y2:1, stop:0 #4a525c, stop:1 #2c3238); }"
-            "QPushButton:hover { background: qlineargradient(x1:0, y1:0, x2:0, y2:1, stop:0 #535c67, stop:1 #323840); }"
-            "QPushButton:pressed, QPushButton:checked { background: qlineargradient(x1:0, y1:0, x2:0, y2:1,"
-            " stop:0 #16191d, stop:1 #23282e); border-bottom: 2px solid #f08a24; }"));
-        // The keyboard's mark, in the window's highlight colour.
-        button->setStyleSheet(button->styleSheet() +
-                              QStringLiteral("QPushButton:focus { border: 2px solid #f08a24; }"));
+    m_startButton = new HXTestingButton(tr("Start Testing"), this);
+    m_stopButton = new HXTestingButton(tr("Stop Testing"), this);
+    for (HXTestingButton *button : {m_startButton, m_stopButton}) {
+        HXKeyboardFocus::track(button);
         setButtonTextColor(button);
     }
     connect(m_startButton, &QPushButton::clicked, this, &HXMainWindowController::startTesting);
     connect(m_stopButton, &QPushButton::clicked, this, &HXMainWindowController::stopTesting);
     m_testProgress = new HXProgress(this);
+    // Drawn only: a screen reader would otherwise meet a nameless panel.
+    m_testProgress->setAccessibleName(tr("Testing progress"));
     m_testProgress->setMinimum(0);
     m_testProgress->setMaximum(8);
     m_versionString = new QLabel(this);
@@ -459,8 +450,8 @@ void HXMainWindowController::updateTestStatus()
 void HXMainWindowController::testingFinishedStatus()
 {
     ++m_progressGeneration;
-    m_stopButton->setChecked(false);
-    m_startButton->setChecked(true);
+    m_stopButton->setState(false);
+    m_startButton->setState(true);
     m_testProgress->setValue(0.0);
 }
 

@@ -12,6 +12,7 @@
 
 class HXProgress;
 class HXTabButton;
+class HXTestingButton;
 class HXViewController;
 class QLabel;
 class QPushButton;
@@ -79,8 +80,8 @@ public:
     HXTabButton *statusButton() const { return m_statusButton; }
     HXTabButton *aboutButton() const { return m_aboutButton; }
     HXTabButton *logsButton() const { return m_logsButton; }
-    QPushButton *startButton() const { return m_startButton; }
-    QPushButton *stopButton() const { return m_stopButton; }
+    HXTestingButton *startButton() const { return m_startButton; }
+    HXTestingButton *stopButton() const { return m_stopButton; }
     HXProgress *testProgress() const { return m_testProgress; }
     QLabel *versionString() const { return m_versionString; }
 
@@ -120,8 +121,8 @@ private:
     HXTabButton *m_statusButton = nullptr;
     HXTabButton *m_aboutButton = nullptr;
     HXTabButton *m_logsButton = nullptr;
-    QPushButton *m_startButton = nullptr;
-    QPushButton *m_stopButton = nullptr;
+    HXTestingButton *m_startButton = nullptr;
+    HXTestingButton *m_stopButton = nullptr;
     HXProgress *m_testProgress = nullptr;
     QLabel *m_versionString = nullptr;
     bool m_isTesting = false;

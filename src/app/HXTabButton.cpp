@@ -1,6 +1,7 @@
 #include "HXTabButton.h"
 
 #include "HXArtwork.h"
+#include "HXKeyboardFocus.h"
 
 #include <QPainter>
 
@@ -12,6 +13,7 @@ HXTabButton::HXTabButton(const QString &title, int tag, QWidget *parent)
     setCursor(Qt::PointingHandCursor);
     setFont(HXArtwork::technicalFont(12));
     setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
+    HXKeyboardFocus::track(this);
 }
 
 void HXTabButton::setImageName(const QString &name)
@@ -33,7 +35,7 @@ void HXTabButton::paintEvent(QPaintEvent *)
     // Shown tab in full white, the others at 70 %.
     p.setPen(pressed || isDown() ? QColor(255, 255, 255) : QColor::fromRgbF(1.0, 1.0, 1.0, 0.7));
     p.drawText(rect().adjusted(0, 0, 0, -3), Qt::AlignCenter, text());
-    if (hasFocus()) {
+    if (HXKeyboardFocus::shows(this)) {
         // The keyboard's mark, in the window's highlight colour, inside the
         // artwork's bevel.
         p.setRenderHint(QPainter::Antialiasing);

@@ -6,6 +6,7 @@
 #include "HXLogScroller.h"
 #include "HXLogTreeModel.h"
 
+#include <QFocusEvent>
 #include <QHeaderView>
 #include <QKeyEvent>
 #include <QPainter>
@@ -167,6 +168,17 @@ void HXLogOutlineView::changeEvent(QEvent *event)
         sizeColumns();
         Q_EMIT localeChanged();
     }
+}
+
+void HXLogOutlineView::focusInEvent(QFocusEvent *event)
+{
+    QTreeView::focusInEvent(event);
+    // The keyboard arrives on the newest message, not on nothing: the first
+    // rows are spacers, which the view's own choice would stop at, and a
+    // screen reader would have no row to read.
+    if (event->reason() != Qt::MouseFocusReason && !currentIndex().isValid() && m_model &&
+        m_model->entryCount() > 0)
+        setCurrentIndex(m_model->index(m_model->rowForPosition(0), 0));
 }
 
 void HXLogOutlineView::keyPressEvent(QKeyEvent *event)

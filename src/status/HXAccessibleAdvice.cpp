@@ -50,6 +50,10 @@ public:
         QAccessible::State state;
         state.linked = true;
         state.invisible = m_advice->state().invisible;
+        // Tab reaches every link.
+        state.focusable = true;
+        state.focused =
+            m_view && m_view->hasFocus() && m_view->focusedLink() == m_advice->indexOfChild(this);
         return state;
     }
 

@@ -5,6 +5,7 @@
 #include "HXAnimationTiming.h"
 #include "HXArtwork.h"
 #include "HXFade.h"
+#include "HXKeyboardFocus.h"
 #include "HXLabel.h"
 #include "HXMachineProbes.h"
 #include "HXStatusBoard.h"
@@ -124,6 +125,7 @@ HXAnimView::HXAnimView(HXTestGroup group, const QString &title, const QString &i
     setCursor(Qt::PointingHandCursor);
     // Reached by Tab in reading order, opened with Space or Enter.
     setFocusPolicy(Qt::StrongFocus);
+    HXKeyboardFocus::track(this);
     m_iconView->setPixmap(HXArtwork::pixmap(iconName, QSize(kIconSize, kIconSize), devicePixelRatioF()));
     m_iconView->setFixedSize(kIconSize, kIconSize);
     m_titleField->setFont(HXArtwork::displayFont(22));
@@ -144,7 +146,8 @@ HXAnimView::HXAnimView(HXTestGroup group, const QString &title, const QString &i
         " border-radius: 13px; font-size: 16px; } QPushButton:hover { background: #f08a24; }"));
     m_closeButton->setStyleSheet(
         m_closeButton->styleSheet() +
-        QStringLiteral(" QPushButton:focus { border: 2px solid #f08a24; }"));
+        QStringLiteral(" QPushButton[keyboardFocus=\"true\"] { border: 2px solid #f08a24; }"));
+    HXKeyboardFocus::track(m_closeButton);
     m_closeButton->hide();
     HXOpacityEffect(m_closeButton)->setOpacity(0.0);
     connect(m_closeButton, &QPushButton::clicked, this, &HXAnimView::closeRequested);
@@ -181,8 +184,9 @@ void HXAnimView::addTest(HXTest test)
         log->setStyleSheet(QStringLiteral("QPushButton { color: #f08a24; background: transparent; border: none;"
                                           " font-size: 18px; font-weight: bold; } QPushButton:hover { color: white; }"));
         log->setStyleSheet(log->styleSheet() +
-                           QStringLiteral(" QPushButton:focus { color: white;"
+                           QStringLiteral(" QPushButton[keyboardFocus=\"true\"] { color: white;"
                                           " border: 1px solid #f08a24; border-radius: 4px; }"));
+        HXKeyboardFocus::track(log);
         connect(log, &QPushButton::clicked, this, [this, test] { Q_EMIT showInLog(test); });
     }
     m_logButtons.append(log);
@@ -391,7 +395,7 @@ void HXAnimView::paintEvent(QPaintEvent *)
     p.drawRoundedRect(panel, 12, 12);
     p.setPen(QPen(QColor(255, 255, 255, 22), 1));
     p.drawLine(QPointF(12, 1.5), QPointF(width() - 12, 1.5));
-    if (hasFocus()) {
+    if (HXKeyboardFocus::shows(this)) {
         p.setPen(QPen(kFocusColour, 2));
         p.setBrush(Qt::NoBrush);
         p.drawRoundedRect(QRectF(rect()).adjusted(2, 2, -2, -2), 10, 10);

@@ -1,12 +1,14 @@
 #include "HXShapedTextView.h"
 
 #include "HXAccessibility.h"
+#include "HXKeyboardFocus.h"
 
 #include <QAccessible>
 #include <QLocale>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QResizeEvent>
+#include <QScrollArea>
 #include <QTextBlock>
 #include <cmath>
 
@@ -22,6 +24,7 @@ void HXShapedTextView::setDocument(std::unique_ptr<QTextDocument> document)
 {
     const QString before = plainText();
     m_document = std::move(document);
+    m_focusedLink = -1;
     relayout();
     textChanged(before);
 }
@@ -30,6 +33,7 @@ void HXShapedTextView::clear()
 {
     const QString before = plainText();
     m_document.reset();
+    m_focusedLink = -1;
     relayout();
     textChanged(before);
 }
@@ -110,6 +114,8 @@ void HXShapedTextView::relayout()
         for (QTextBlock block = m_document->begin(); block.isValid(); block = block.next())
             m_blockPositions.push_back(block.position());
     }
+    // Tab stops here only for links to step through.
+    setFocusPolicy(links().isEmpty() ? Qt::NoFocus : Qt::TabFocus);
     updateGeometry();
     update();
 }
@@ -189,9 +195,9 @@ QList<HXShapedTextView::Link> HXShapedTextView::links() const
     return links;
 }
 
-QRectF HXShapedTextView::textRect(int start, int length) const
+QList<QRectF> HXShapedTextView::textRects(int start, int length) const
 {
-    QRectF united;
+    QList<QRectF> rects;
     for (size_t b = 0; b < m_layouts.size(); ++b) {
         const QTextLayout &layout = *m_layouts[b];
         const int from = std::max(0, start - m_blockPositions[b]);
@@ -207,11 +213,19 @@ QRectF HXShapedTextView::textRect(int start, int length) const
                 continue;
             const qreal left = line.cursorToX(a);
             const qreal right = line.cursorToX(z);
-            united |= QRectF(QPointF(std::min(left, right), line.y()),
-                             QPointF(std::max(left, right), line.y() + line.height()))
-                          .translated(layout.position() + QPointF(kInset, kInset));
+            rects.append(QRectF(QPointF(std::min(left, right), line.y()),
+                                QPointF(std::max(left, right), line.y() + line.height()))
+                             .translated(layout.position() + QPointF(kInset, kInset)));
         }
     }
+    return rects;
+}
+
+QRectF HXShapedTextView::textRect(int start, int length) const
+{
+    QRectF united;
+    for (const QRectF &rect : textRects(start, length))
+        united |= rect;
     return united;
 }
 
@@ -251,6 +265,92 @@ void HXShapedTextView::paintEvent(QPaintEvent *)
     p.setPen(palette().color(QPalette::Text));
     for (const auto &layout : m_layouts)
         layout->draw(&p, QPointF(kInset, kInset));
+    // The keyboard's mark on its link, in the window's highlight colour:
+    // only Tab puts it there, never a click.
+    const QList<Link> all = links();
+    if (hasFocus() && m_focusedLink >= 0 && m_focusedLink < all.size()) {
+        const Link &link = all[m_focusedLink];
+        p.setRenderHint(QPainter::Antialiasing);
+        p.setPen(QPen(QColor(0xf0, 0x8a, 0x24), 2));
+        p.setBrush(Qt::NoBrush);
+        // Line by line: a link that wraps is outlined where its words are.
+        for (const QRectF &part : textRects(link.start, link.length))
+            p.drawRoundedRect(part.adjusted(-3, -1, 3, 1), 4, 4);
+    }
+}
+
+void HXShapedTextView::setFocusedLink(int index)
+{
+    m_focusedLink = index;
+    update();
+    const QList<Link> all = links();
+    if (index < 0 || index >= all.size())
+        return;
+    // Scrolled into sight, as Tab does with any control.
+    const QRect shown = textRect(all[index].start, all[index].length).toAlignedRect();
+    for (QWidget *up = parentWidget(); up; up = up->parentWidget()) {
+        if (auto *scroll = qobject_cast<QScrollArea *>(up)) {
+            const QPoint centre = mapTo(scroll->widget(), shown.center());
+            scroll->ensureVisible(centre.x(), centre.y(), 0, shown.height());
+            break;
+        }
+    }
+    // A screen reader follows the keyboard to the link.
+    if (QAccessible::isActive()) {
+        if (QAccessibleInterface *advice = QAccessible::queryAccessibleInterface(this)) {
+            if (QAccessibleInterface *link = advice->child(index)) {
+                QAccessibleEvent event(link, QAccessible::Focus);
+                QAccessible::updateAccessibility(&event);
+            }
+        }
+    }
+}
+
+void HXShapedTextView::focusInEvent(QFocusEvent *event)
+{
+    QWidget::focusInEvent(event);
+    // Only a key steps onto a link: the focus also passes through here when
+    // the control that had it is disabled or hidden.
+    const qsizetype count = HXKeyboardFocus::keyboardInUse() ? links().size() : 0;
+    if (event->reason() == Qt::TabFocusReason && count > 0)
+        setFocusedLink(0);
+    else if (event->reason() == Qt::BacktabFocusReason && count > 0)
+        setFocusedLink(int(count) - 1);
+}
+
+void HXShapedTextView::focusOutEvent(QFocusEvent *event)
+{
+    QWidget::focusOutEvent(event);
+    // Held by a popup or another window, the keyboard comes back to the
+    // same link.
+    if (event->reason() != Qt::PopupFocusReason && event->reason() != Qt::ActiveWindowFocusReason)
+        setFocusedLink(-1);
+}
+
+bool HXShapedTextView::focusNextPrevChild(bool next)
+{
+    // Only when this view itself has the keyboard: a control inside it (the
+    // open group view) passes Tab up through here too.
+    if (hasFocus()) {
+        const int to = next ? m_focusedLink + 1 : m_focusedLink - 1;
+        if (to >= 0 && to < links().size() && !(m_focusedLink < 0 && !next)) {
+            setFocusedLink(to);
+            return true;
+        }
+    }
+    return QWidget::focusNextPrevChild(next);
+}
+
+void HXShapedTextView::keyPressEvent(QKeyEvent *event)
+{
+    const QList<Link> all = links();
+    const bool enter = event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter;
+    if (enter && event->modifiers() == Qt::NoModifier && m_focusedLink >= 0 &&
+        m_focusedLink < all.size()) {
+        Q_EMIT linkActivated(all[m_focusedLink].href);
+        return;
+    }
+    QWidget::keyPressEvent(event);
 }
 
 void HXShapedTextView::mouseMoveEvent(QMouseEvent *event)
@@ -265,4 +365,14 @@ void HXShapedTextView::mouseReleaseEvent(QMouseEvent *event)
     if (event->button() == Qt::LeftButton && !href.isEmpty())
         Q_EMIT linkActivated(href);
     QWidget::mouseReleaseEvent(event);
+}
+
+bool HXAdviceScrollArea::focusNextPrevChild(bool next)
+{
+    if (!QWidget::focusNextPrevChild(next))
+        return false;
+    QWidget *focus = focusWidget();
+    if (focus && focus != widget() && widget() && widget()->isAncestorOf(focus))
+        ensureWidgetVisible(focus);
+    return true;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QRectF>
+#include <QScrollArea>
 #include <QTextDocument>
 #include <QTextLayout>
 #include <QWidget>
@@ -59,10 +60,16 @@ public:
     QString plainText() const;
     QList<Link> links() const;
     QRectF textRect(int start, int length) const;
+    // The same, one rectangle a line.
+    QList<QRectF> textRects(int start, int length) const;
     // The text position at a point, or -1.
     int positionAt(const QPointF &point) const;
     // As a click on the link would.
     void activateLink(const QString &href) { Q_EMIT linkActivated(href); }
+    // The link the keyboard is on (an index of links()), or -1. Tab and
+    // Shift+Tab step through the links before they leave the view; Enter
+    // activates the one the keyboard is on.
+    int focusedLink() const { return m_focusedLink; }
 
     double textOpacity() const { return m_textOpacity; }
     void setTextOpacity(double opacity);
@@ -80,6 +87,10 @@ protected:
     void mouseMoveEvent(QMouseEvent *event) override;
     void mouseReleaseEvent(QMouseEvent *event) override;
     void resizeEvent(QResizeEvent *event) override;
+    void focusInEvent(QFocusEvent *event) override;
+    void focusOutEvent(QFocusEvent *event) override;
+    void keyPressEvent(QKeyEvent *event) override;
+    bool focusNextPrevChild(bool next) override;
 
 private:
     static qreal containerWidthFor(int viewWidth);
@@ -89,6 +100,7 @@ private:
     int heightFor(qreal textHeight) const;
     void relayout();
     void textChanged(const QString &before);
+    void setFocusedLink(int index);
 
     std::unique_ptr<QTextDocument> m_document;
     std::vector<std::unique_ptr<QTextLayout>> m_layouts;
@@ -96,5 +108,20 @@ private:
     QRectF m_exclusion;
     qreal m_height = 0;
     double m_textOpacity = 1.0;
+    int m_focusedLink = -1;
     bool m_japanese;
+};
+
+// The scroll area the advice stands in. Tab into the advice must not centre
+// the whole (tall) text, as a plain scroll area does with the widget that
+// takes the focus: the advice scrolls its own link into sight instead.
+class HXAdviceScrollArea : public QScrollArea
+{
+    Q_OBJECT
+
+public:
+    using QScrollArea::QScrollArea;
+
+protected:
+    bool focusNextPrevChild(bool next) override;
 };

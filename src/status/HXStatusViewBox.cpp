@@ -153,6 +153,12 @@ void HXStatusViewController::showView(HXAnimView *view, const QString &advice, c
         view->move(onScreen);
         view->show();
         view->setFixedHeight(target.height());
+        // Tab reads the box first, then the advice's links, then leaves.
+        QWidget *last = view;
+        for (QWidget *next = view->nextInFocusChain(); next != view && view->isAncestorOf(next);
+             next = next->nextInFocusChain())
+            last = next;
+        QWidget::setTabOrder(last, m_adviceView);
     }
     // The keyboard waits on the advice, not on whatever control follows the
     // disabled groups, until the box is open.
@@ -183,13 +189,22 @@ void HXStatusViewController::showView(HXAnimView *view, const QString &advice, c
                   {[this, box] {
                       // The window may have changed size while the box moved.
                       layoutOpenBox();
-                      m_adviceView->setFocus();
                       fadeAdvice(1.0, 250);
                       for (QWidget *extra : showingBoxExtras())
                           HXFade(extra, 1.0, 250);
                       if (box) {
                           box->activate();
                           box->setEnabled(true);
+                      }
+                      // The keyboard goes on to the open box (the advice
+                      // when there is none), unless it went elsewhere.
+                      const QWidget *focus = m_root->window()->focusWidget();
+                      if (!focus || focus == m_adviceView ||
+                          m_repairAdviceView->isAncestorOf(focus)) {
+                          if (box)
+                              box->setFocus(Qt::OtherFocusReason);
+                          else
+                              m_adviceView->setFocus(Qt::OtherFocusReason);
                       }
                       cancelAnimation = false;
                   }}});

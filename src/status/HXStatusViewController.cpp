@@ -168,7 +168,7 @@ QWidget *HXStatusViewController::makeView()
         connect(group, &HXAnimView::showInLog, this, &HXStatusViewController::showInLog);
     }
 
-    m_repairAdviceView = new QScrollArea(root);
+    m_repairAdviceView = new HXAdviceScrollArea(root);
     m_repairAdviceView->setObjectName(QStringLiteral("repairAdviceView"));
     m_repairAdviceView->setFrameShape(QFrame::NoFrame);
     m_repairAdviceView->setWidgetResizable(false);

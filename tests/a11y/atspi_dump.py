@@ -94,6 +94,34 @@ def find(node, predicate):
     return None
 
 
+# The status tab's four group views, each named by its group and status
+# ("Drives: Warning").
+GROUPS = ("Hardware", "System", "Drives", "Files")
+
+
+def status_groups(node):
+    """The group views under `node`, found by their names, in reading order."""
+    found = {}
+    for each in walk(node):
+        if each.getRole() == pyatspi.ROLE_PUSH_BUTTON and ": " in each.name:
+            group = each.name.split(": ")[0]
+            if group in GROUPS and group not in found:
+                found[group] = each
+    return [found[group] for group in GROUPS if group in found]
+
+
+def status_tab(app):
+    """The status tab: the parent of the panel that holds the four group
+    views, found by their names; None until all four are there."""
+    groups = status_groups(app)
+    if len(groups) != len(GROUPS):
+        return None
+    panel = groups[0].parent
+    if panel is None or any(group.parent != panel for group in groups):
+        return None
+    return panel.parent
+
+
 def application(name):
     desktop = pyatspi.Registry.getDesktop(0)
     for app in desktop:

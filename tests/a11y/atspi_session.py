@@ -34,9 +34,10 @@ class Session:
     """Starts the display, the accessibility bus, the daemons and the
     window; stops them in reverse order."""
 
-    def __init__(self, app, standin, size="1280x800"):
+    def __init__(self, app, standin, size="1280x800", standin_args=()):
         self.app_path = app
         self.standin_path = standin
+        self.standin_args = list(standin_args)
         self.size = size
         self.root = tempfile.mkdtemp(prefix="orvex-a11y.")
         self.processes = []
@@ -76,7 +77,7 @@ class Session:
             "NO_AT_BRIDGE": "0",
         })
         self.standin_log = open(os.path.join(self.root, "standin.log"), "w+")
-        self.standin = self._start([self.standin_path], env=self.env, stderr=self.standin_log,
+        self.standin = self._start([self.standin_path, *self.standin_args], env=self.env, stderr=self.standin_log,
                                    stdout=subprocess.DEVNULL)
         wait_for(lambda: "serving" in self._read(self.standin_log), 15, "the stand-in daemons")
         return self

@@ -14,6 +14,7 @@
 #include "HXStatusViewController.h"
 #include "HXSystemLog.h"
 #include "HXTabButton.h"
+#include "HXTestingButton.h"
 #include "StandinProcess.h"
 #include "TestSupport.h"
 

@@ -2,6 +2,7 @@
 // files), the hand-over between recording view controllers, tab requests.
 #include "HXAnimationTiming.h"
 #include "HXDBusNotificationCenter.h"
+#include "HXKeyboardFocus.h"
 #include "HXLogOutlineView.h"
 #include "HXLogTreeModel.h"
 #include "HXLogViewController.h"
@@ -13,15 +14,18 @@
 #include "HXStatusReporter.h"
 #include "HXSystemLog.h"
 #include "HXTabButton.h"
+#include "HXTestingButton.h"
 #include "HXViewController.h"
 #include "StandinProcess.h"
 
+#include <QAccessible>
 #include <QApplication>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QProcess>
 #include <QPushButton>
 #include <QSettings>
+#include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
@@ -225,6 +229,115 @@ private Q_SLOTS:
         QCOMPARE(w.window->selectedTabViewIdentifier(), HXTabViewStatusTabIdentifier);
         QCOMPARE(QApplication::focusWidget(), static_cast<QWidget *>(w.window->statusButton()));
         QVERIFY(!focused.contains(w.window->startButton()));
+    }
+
+    void testingButtonsArePushButtons()
+    {
+        auto defaults = settings(QStringLiteral("pushbuttons.conf"));
+        Window w(defaults.get());
+        w.window->windowDidLoad();
+        QTRY_VERIFY(w.settled());
+        w.window->showLogTab();
+        QTRY_VERIFY(w.settled() &&
+                    w.window->selectedTabViewIdentifier() == HXTabViewLogTabIdentifier);
+
+        // To a screen reader both are buttons that can be pressed, not
+        // toggles; pressing Start through it starts, as a click does.
+        for (HXTestingButton *button : {w.window->startButton(), w.window->stopButton()}) {
+            QAccessibleInterface *iface = QAccessible::queryAccessibleInterface(button);
+            QVERIFY(iface);
+            QCOMPARE(iface->role(), QAccessible::Button);
+            QVERIFY(!iface->state().checkable);
+            QVERIFY(iface->actionInterface());
+            QVERIFY(iface->actionInterface()->actionNames().contains(
+                QAccessibleActionInterface::pressAction()));
+        }
+        QCOMPARE(
+            QAccessible::queryAccessibleInterface(w.window->startButton())->text(QAccessible::Name),
+            QStringLiteral("Start Testing"));
+        QSignalSpy started(w.window->startButton(), &QAbstractButton::clicked);
+        QAccessible::queryAccessibleInterface(w.window->startButton())
+            ->actionInterface()
+            ->doAction(QAccessibleActionInterface::pressAction());
+        QTRY_COMPARE(started.count(), 1); // pressed as a click, which shows for a moment
+        QTRY_VERIFY(w.settled() &&
+                    w.window->selectedTabViewIdentifier() == HXTabViewStatusTabIdentifier);
+
+        // A click leaves the state as it was; the end of a pass sets it.
+        QVERIFY(!w.window->startButton()->state());
+        w.window->testingFinishedStatus();
+        QVERIFY(w.window->startButton()->state());
+        QVERIFY(!w.window->stopButton()->state());
+        QTest::mouseClick(w.window->startButton(), Qt::LeftButton);
+        QVERIFY(w.window->startButton()->state());
+        QVERIFY(!w.window->startButton()->isChecked());
+    }
+
+    void focusMarkFollowsTheKeyboardOnly()
+    {
+        auto defaults = settings(QStringLiteral("focusmark.conf"));
+        Window w(defaults.get());
+        w.window->windowDidLoad();
+        w.window->show();
+        w.window->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(w.window.get()));
+        QTRY_VERIFY(w.settled());
+
+        // The mark is the highlight colour drawn round the button.
+        const auto markPixels = [](QWidget *widget) {
+            const QImage image = widget->grab().toImage();
+            int count = 0;
+            for (int y = 0; y < image.height(); ++y) {
+                for (int x = 0; x < image.width(); ++x) {
+                    const QColor c = image.pixelColor(x, y);
+                    if (std::abs(c.red() - 0xf0) < 40 && std::abs(c.green() - 0x8a) < 40 &&
+                        std::abs(c.blue() - 0x24) < 50)
+                        ++count;
+                }
+            }
+            return count;
+        };
+        HXTabButton *about = w.window->aboutButton();
+        HXTabButton *logs = w.window->logsButton();
+        // A click changes the tab, and shows no mark.
+        about->setFocus(Qt::MouseFocusReason);
+        QTest::mouseClick(about, Qt::LeftButton);
+        QTRY_VERIFY(w.settled() &&
+                    w.window->selectedTabViewIdentifier() == HXTabViewAboutTabIdentifier);
+        QVERIFY(!HXKeyboardFocus::shows(about));
+        about->setFocus(Qt::MouseFocusReason);
+        QVERIFY(!HXKeyboardFocus::shows(about));
+        const int logsUnmarked = markPixels(logs);
+
+        // Tab brings it to the next button, marked.
+        QTest::keyClick(about, Qt::Key_Tab);
+        QCOMPARE(QApplication::focusWidget(), static_cast<QWidget *>(logs));
+        QVERIFY(HXKeyboardFocus::shows(logs));
+        QVERIFY2(markPixels(logs) > logsUnmarked + 150,
+                 qPrintable(QString::number(markPixels(logs))));
+        // Space changes the tab; the window gives the focus back to the
+        // button after the hand-over, still marked: the keyboard did it.
+        QTest::keyClick(logs, Qt::Key_Space);
+        QTRY_VERIFY(w.settled() &&
+                    w.window->selectedTabViewIdentifier() == HXTabViewLogTabIdentifier);
+        QCOMPARE(QApplication::focusWidget(), static_cast<QWidget *>(logs));
+        QVERIFY(HXKeyboardFocus::shows(logs));
+        // A click on the marked button takes the mark away.
+        QTest::mouseClick(logs, Qt::LeftButton);
+        QTRY_VERIFY(w.settled());
+        QVERIFY(!HXKeyboardFocus::shows(logs));
+
+        // The testing buttons' style sheet reads the same mark.
+        HXTestingButton *start = w.window->startButton();
+        start->setFocus(Qt::MouseFocusReason);
+        QCOMPARE(QApplication::focusWidget(), static_cast<QWidget *>(start));
+        QVERIFY(!start->property("keyboardFocus").toBool());
+        const int startUnmarked = markPixels(start);
+        w.window->stopButton()->setFocus(Qt::TabFocusReason);
+        start->setFocus(Qt::BacktabFocusReason);
+        QVERIFY(start->property("keyboardFocus").toBool());
+        QVERIFY2(markPixels(start) > startUnmarked + 100,
+                 qPrintable(QString::number(markPixels(start))));
     }
 
     void controllerWithoutTabStopsLoading()

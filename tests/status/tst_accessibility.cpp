@@ -7,6 +7,7 @@
 #include "HXDBusNames.h"
 #include "HXGroupViews.h"
 #include "HXIconAnimate.h"
+#include "HXKeyboardFocus.h"
 #include "HXMachineProbes.h"
 #include "HXNotificationCenter.h"
 #include "HXRepairAdvice.h"
@@ -15,6 +16,7 @@
 #include "HXStatusViewController.h"
 
 #include <QAccessible>
+#include <QFile>
 #include <QLabel>
 #include <QPushButton>
 #include <QSignalSpy>
@@ -37,6 +39,22 @@ QStringList childNames(QAccessibleInterface *iface)
     for (int i = 0; i < iface->childCount(); ++i)
         names.append(iface->child(i)->text(QAccessible::Name));
     return names;
+}
+
+// Pixels of the window's highlight colour, the keyboard's mark, in `area`.
+int highlightPixels(const QImage &image, const QRect &area)
+{
+    int count = 0;
+    const QRect inside = area.intersected(image.rect());
+    for (int y = inside.top(); y <= inside.bottom(); ++y) {
+        for (int x = inside.left(); x <= inside.right(); ++x) {
+            const QColor c = image.pixelColor(x, y);
+            if (std::abs(c.red() - 0xf0) < 40 && std::abs(c.green() - 0x8a) < 40 &&
+                std::abs(c.blue() - 0x24) < 50)
+                ++count;
+        }
+    }
+    return count;
 }
 
 } // namespace
@@ -174,6 +192,136 @@ private Q_SLOTS:
         QVERIFY(iface->state().invisible);
     }
 
+    void focusMarkOnlyForTheKeyboard()
+    {
+        HXStatusReporter reporter(HXStatusReporter::Options{
+            m_root.filePath(QStringLiteral("Report.zrrpt")), &m_local, nullptr, true});
+        HXStatusViewController::Options options;
+        options.reporter = &reporter;
+        options.localCenter = &m_local;
+        options.listenerPort = 0;
+        HXStatusViewController c(options);
+        QWidget *root = c.view();
+        root->resize(884, 500);
+        root->show();
+        root->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(root));
+
+        HXAnimView *system = c.systemView();
+        HXAnimView *drives = c.drivesView();
+        const int unmarked = highlightPixels(drives->grab().toImage(), drives->rect());
+        // A press of the mouse on a group gives it the focus, unmarked
+        // (released elsewhere, so that no box opens).
+        QTest::mousePress(drives, Qt::LeftButton, {}, QPoint(20, 20));
+        QTest::mouseRelease(drives, Qt::LeftButton, {}, QPoint(-50, -50));
+        QCOMPARE(root->focusWidget(), static_cast<QWidget *>(drives));
+        QVERIFY(!HXKeyboardFocus::shows(drives));
+        QCOMPARE(highlightPixels(drives->grab().toImage(), drives->rect()), unmarked);
+        // Shift+Tab and Tab bring it back, marked in the highlight colour.
+        QTest::keyClick(drives, Qt::Key_Backtab);
+        QCOMPARE(root->focusWidget(), static_cast<QWidget *>(system));
+        QVERIFY(HXKeyboardFocus::shows(system));
+        QTest::keyClick(system, Qt::Key_Tab);
+        QCOMPARE(root->focusWidget(), static_cast<QWidget *>(drives));
+        QVERIFY(HXKeyboardFocus::shows(drives));
+        const int marked = highlightPixels(drives->grab().toImage(), drives->rect());
+        QVERIFY2(marked > unmarked + 300,
+                 qPrintable(QStringLiteral("%1 / %2").arg(marked).arg(unmarked)));
+        QVERIFY(!HXKeyboardFocus::shows(system));
+    }
+
+    void adviceLinksByKeyboard()
+    {
+        // The advice's first link, Disk Utility, opens the disk utility:
+        // here one that leaves a mark.
+        QTemporaryDir apps;
+        QFile entry(apps.filePath(QStringLiteral("org.gnome.DiskUtility.desktop")));
+        QVERIFY(entry.open(QIODevice::WriteOnly));
+        entry.write("[Desktop Entry]\nType=Application\nName=Disks\nExec=touch " +
+                    apps.filePath(QStringLiteral("opened")).toUtf8() + "\n");
+        entry.close();
+        HXRepairAdvice::setApplicationFolders({apps.path()});
+
+        HXStatusReporter reporter(HXStatusReporter::Options{
+            m_root.filePath(QStringLiteral("Report.zrrpt")), &m_local, nullptr, true});
+        HXStatusViewController::Options options;
+        options.reporter = &reporter;
+        options.localCenter = &m_local;
+        options.listenerPort = 0;
+        HXStatusViewController c(options);
+        QWidget *root = c.view();
+        root->resize(884, 500);
+        root->show();
+        root->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(root));
+
+        HXShapedTextView *advice = c.adviceView();
+        c.drivesView()->setFocus(Qt::TabFocusReason);
+        QTest::keyClick(c.drivesView(), Qt::Key_Return);
+        QTRY_VERIFY(!c.isAnimatingBox());
+        QTRY_COMPARE(root->focusWidget(), static_cast<QWidget *>(c.drivesView()));
+        const QList<HXShapedTextView::Link> links = advice->links();
+        QVERIFY(links.size() >= 2);
+        QCOMPARE(links.first().text, QStringLiteral("Disk Utility"));
+        QCOMPARE(advice->focusedLink(), -1);
+        const QRect firstLink = advice->textRect(links[0].start, links[0].length)
+                                    .toAlignedRect()
+                                    .adjusted(-6, -4, 6, 4);
+        const int unmarked = highlightPixels(advice->grab().toImage(), firstLink);
+
+        // Tab goes through the box's controls to the first link; the link
+        // has the keyboard, for the eye and for a screen reader.
+        for (int i = 0; i < 20 && root->focusWidget() != advice; ++i)
+            QTest::keyClick(root->focusWidget(), Qt::Key_Tab);
+        QCOMPARE(root->focusWidget(), static_cast<QWidget *>(advice));
+        QCOMPARE(advice->focusedLink(), 0);
+        QAccessibleInterface *iface = accessible(advice);
+        QVERIFY(iface->child(0)->state().focusable);
+        QVERIFY(iface->child(0)->state().focused);
+        QVERIFY(!iface->child(1)->state().focused);
+        const int marked = highlightPixels(advice->grab().toImage(), firstLink);
+        if (qEnvironmentVariableIsSet("ORVEX_SHOTS"))
+            advice->grab().save(qEnvironmentVariable("ORVEX_SHOTS") +
+                                QStringLiteral("/a11y-advice-link.png"));
+        QVERIFY2(marked > unmarked + 40,
+                 qPrintable(QStringLiteral("%1 / %2").arg(marked).arg(unmarked)));
+
+        // Each Tab the next link, Shift+Tab back; past the last, out.
+        QTest::keyClick(advice, Qt::Key_Tab);
+        QCOMPARE(advice->focusedLink(), 1);
+        QVERIFY(iface->child(1)->state().focused);
+        QTest::keyClick(advice, Qt::Key_Backtab);
+        QCOMPARE(advice->focusedLink(), 0);
+        for (qsizetype i = 1; i < links.size(); ++i)
+            QTest::keyClick(advice, Qt::Key_Tab);
+        QCOMPARE(advice->focusedLink(), int(links.size()) - 1);
+        QTest::keyClick(advice, Qt::Key_Tab);
+        QVERIFY(root->focusWidget() != advice);
+        QCOMPARE(advice->focusedLink(), -1);
+        // Shift+Tab comes back in at the last link, and on to the first.
+        QTest::keyClick(root->focusWidget(), Qt::Key_Backtab);
+        QCOMPARE(root->focusWidget(), static_cast<QWidget *>(advice));
+        QCOMPARE(advice->focusedLink(), int(links.size()) - 1);
+        for (qsizetype i = 1; i < links.size(); ++i)
+            QTest::keyClick(advice, Qt::Key_Backtab);
+        QCOMPARE(advice->focusedLink(), 0);
+
+        // Enter does what the link says.
+        QSignalSpy activated(advice, &HXShapedTextView::linkActivated);
+        QTest::keyClick(advice, Qt::Key_Return);
+        QCOMPARE(activated.count(), 1);
+        QCOMPARE(activated.first().first().toString(), links[0].href);
+        QTRY_VERIFY(QFile::exists(apps.filePath(QStringLiteral("opened"))));
+
+        // Escape closes the box from a link, and the keyboard is back on
+        // the group that opened it.
+        QTest::keyClick(advice, Qt::Key_Escape);
+        QTRY_VERIFY(!c.showingBox());
+        QTRY_VERIFY(!c.isAnimatingBox());
+        QCOMPARE(root->focusWidget(), static_cast<QWidget *>(c.drivesView()));
+        HXRepairAdvice::setApplicationFolders({});
+    }
+
     void keyboardReachesOpensAndLeavesTheBoxes()
     {
         HXStatusReporter reporter(HXStatusReporter::Options{
@@ -222,7 +370,9 @@ private Q_SLOTS:
         QTRY_VERIFY(c.hardwareView()->isHidden());
         QVERIFY(accessible(c.hardwareView())->state().invisible);
         QVERIFY(!accessible(c.drivesView())->state().invisible);
-        QCOMPARE(root->focusWidget(), static_cast<QWidget *>(c.adviceView()));
+        // Open, the keyboard is on the box, marked: the keyboard opened it.
+        QTRY_COMPARE(root->focusWidget(), static_cast<QWidget *>(c.drivesView()));
+        QVERIFY(HXKeyboardFocus::shows(c.drivesView()));
         QTRY_COMPARE(c.drivesView()->closeButton()->shortcut(), QKeySequence(Qt::Key_Escape));
         QTest::keyClick(root->focusWidget(), Qt::Key_Escape);
         QTRY_VERIFY(!c.showingBox());
@@ -230,6 +380,7 @@ private Q_SLOTS:
         QVERIFY(c.hardwareView()->isVisible());
         QVERIFY(!accessible(c.hardwareView())->state().invisible);
         QCOMPARE(root->focusWidget(), static_cast<QWidget *>(c.drivesView()));
+        QVERIFY(HXKeyboardFocus::shows(c.drivesView()));
         QVERIFY(inReadingOrder()); // the group is back in its place
 
         // Space opens too; the close button, reached by Tab, closes it.
