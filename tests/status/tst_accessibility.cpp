@@ -258,7 +258,11 @@ private Q_SLOTS:
         HXShapedTextView *advice = c.adviceView();
         c.drivesView()->setFocus(Qt::TabFocusReason);
         QTest::keyClick(c.drivesView(), Qt::Key_Return);
+        // The box's stages, then the advice's own fade: a slow machine may
+        // not have begun either when the key has been handled.
+        QTRY_VERIFY(c.showingBox());
         QTRY_VERIFY(!c.isAnimatingBox());
+        QTRY_COMPARE(advice->textOpacity(), 1.0);
         QTRY_COMPARE(root->focusWidget(), static_cast<QWidget *>(c.drivesView()));
         const QList<HXShapedTextView::Link> links = advice->links();
         QVERIFY(links.size() >= 2);
