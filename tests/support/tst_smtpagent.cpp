@@ -331,7 +331,8 @@ void SMTPAgentTest::refusalsByScriptedServer()
         QSKIP("port 5331 on 127.0.0.1 is taken by another program");
     MailPeer server;
     START_MAIL_PEER(server, {QStringLiteral("scripted"), port, failAt});
-    SMTP_AGENT::setReplyTimeoutForTesting(failAt.startsWith(QLatin1String("silent")) ? 300 : SMTP_AGENT::kReplyTimeoutMs);
+    SMTP_AGENT::setReplyTimeoutForTesting(
+        failAt.startsWith(QLatin1String("silent")) ? 300 : SMTP_AGENT::kReplyTimeoutMs);
     const unsigned result = sendOnWorker(basicRequest());
     SMTP_AGENT::setReplyTimeoutForTesting(SMTP_AGENT::kReplyTimeoutMs);
     QCOMPARE(result, code);
