@@ -315,7 +315,7 @@ void ZRHelpReporterWindowController::sendReportSendCompletion(unsigned resultCod
         return;
     }
     if (!cancelled)
-        showDone(m_progress->sentMessageField()->text());
+        showDone(tr("Your report has been sent to Talvorn Tech Support. Thank you."));
     cleanUp();
 }
 

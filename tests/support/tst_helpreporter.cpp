@@ -389,6 +389,13 @@ void HelpReporterTest::saveReportInstead()
     QVERIFY(earlier.open(QIODevice::ReadOnly));
     QCOMPARE(earlier.readAll(), QByteArray("earlier"));
     QVERIFY(reporter.sendingReportProgress()->sentMessageField()->text().contains(saveIn.path()));
+
+    // The same reporter mails next: its sent state says so, not where the last one was saved.
+    reporter.sendReportWithSubject(QStringLiteral("s"), QString());
+    QVERIFY(finished.wait(30000));
+    QCOMPARE(mails, 1);
+    QCOMPARE(reporter.sendingReportProgress()->sentMessageField()->text(),
+             QStringLiteral("Your report has been sent to Talvorn Tech Support. Thank you."));
 }
 
 void HelpReporterTest::cancelDuringProfile()
