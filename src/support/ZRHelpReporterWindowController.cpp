@@ -92,8 +92,13 @@ ZRHelpReporterWindowController::ZRHelpReporterWindowController(Options options, 
     connect(m_progress->saveReportButton(), &QPushButton::clicked, this,
             &ZRHelpReporterWindowController::saveReportAfterFailure);
     connect(m_progress, &ZRSendingReportProgress::closedByUser, this, [this] {
+        // Closing the window while collecting means the user no longer wants
+        // the report. While mailing there is nothing to stop: the answer
+        // brings the window back if it is a failure.
         if (m_awaitingClose)
             closeSendingReport();
+        else if (m_isSendingReport && m_collector->isRunning())
+            cancelSendingReport();
     });
 
     setSendButtonEnabled(false);
@@ -339,8 +344,12 @@ void ZRHelpReporterWindowController::showFailure(const QString &message)
     m_progress->progressIndicator()->hide();
     m_progress->saveReportButton()->setVisible(m_folder && m_folder->isValid());
     wireButton(tr("Close"), &ZRHelpReporterWindowController::closeSendingReport);
-    m_progress->saveReportButton()->setFocus();
     m_awaitingClose = true;
+    // A window closed during the mailing comes back: the archives wait for it.
+    m_progress->show();
+    m_progress->raise();
+    m_progress->activateWindow();
+    m_progress->saveReportButton()->setFocus();
 }
 
 void ZRHelpReporterWindowController::saveReportAfterFailure()

@@ -24,6 +24,7 @@
 #include <csignal>
 #include <mutex>
 #include <sys/stat.h>
+#include <thread>
 
 namespace {
 
@@ -124,6 +125,7 @@ private Q_SLOTS:
     void failureOffersSaveAndCleansUpOnClose();
     void saveReportInstead();
     void cancelDuringProfile();
+    void closingTheWindowNeverJamsTheReporter();
     void plantedLinksAreLeftAlone();
     void dialogKeyboardAndMemory();
 
@@ -431,6 +433,68 @@ void HelpReporterTest::cancelDuringProfile()
     QCOMPARE(mails, 0);
     QVERIFY(!QFileInfo::exists(folder));
     QVERIFY(!reporter.isSendingReport());
+}
+
+void HelpReporterTest::closingTheWindowNeverJamsTheReporter()
+{
+    auto o = options(m_settings.get());
+    std::atomic<int> mailing{0};
+    std::atomic<bool> release{false};
+    std::atomic<unsigned> answer{SMTP_AGENT::ConnectFailed};
+    o.mailer = [&](const SMTPMessageRequest &) {
+        ++mailing;
+        while (!release)
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        return answer.load();
+    };
+    const QString pidFile = m_root.filePath(QStringLiteral("profile2.pid"));
+    QFile::remove(pidFile);
+    bool slowProfile = true;
+    o.plan = [&](const ZRReportFolder &folder) {
+        return archivePlan(
+            folder, slowProfile
+                        ? QStringLiteral("echo $$ > %1.part && mv %1.part %1 && exec sleep 60")
+                              .arg(ZRShellQuote(pidFile))
+                        : QStringLiteral("echo profile > ") + ZRShellQuote(folder.systemProfile()));
+    };
+    ZRHelpReporterWindowController reporter(o);
+    ZRSendingReportProgress *progress = reporter.sendingReportProgress();
+    QSignalSpy mailed(&reporter, &ZRHelpReporterWindowController::mailed);
+    QSignalSpy finished(&reporter, &ZRHelpReporterWindowController::reportFinished);
+
+    // Closed by its frame while collecting: as Cancel.
+    reporter.sendReportWithSubject(QStringLiteral("s"), QString());
+    const QString first = reporter.reportFolderPath();
+    QTRY_VERIFY_WITH_TIMEOUT(QFileInfo::exists(pidFile), 20000);
+    QVERIFY(progress->close());
+    QVERIFY(finished.wait(30000));
+    QCOMPARE(mailing.load(), 0);
+    QVERIFY(!QFileInfo::exists(first));
+    QVERIFY(!reporter.isSendingReport());
+
+    // Closed while mailing, and the mailing fails: the window comes back.
+    slowProfile = false;
+    reporter.sendReportWithSubject(QStringLiteral("s"), QString());
+    const QString second = reporter.reportFolderPath();
+    QTRY_VERIFY_WITH_TIMEOUT(mailing.load() == 1, 30000);
+    progress->close();
+    QVERIFY(!progress->isVisible());
+    release = true;
+    QVERIFY(mailed.wait(30000));
+    QVERIFY(progress->isVisible());
+    QVERIFY(progress->failureMessageField()->isVisible());
+    QVERIFY(QFileInfo::exists(second));
+    QVERIFY(progress->close());
+    QCOMPARE(finished.size(), 2);
+    QVERIFY(!QFileInfo::exists(second));
+    QVERIFY(!reporter.isSendingReport());
+
+    // And the reporter still works.
+    answer = SMTP_AGENT::Success;
+    reporter.sendReportWithSubject(QStringLiteral("s"), QString());
+    QVERIFY(finished.wait(30000));
+    QCOMPARE(mailing.load(), 2);
+    QVERIFY(progress->sentMessageField()->isVisible());
 }
 
 void HelpReporterTest::plantedLinksAreLeftAlone()
