@@ -288,7 +288,13 @@ void ZRHelpReporterWindowController::sendReportPrepareCompletion(bool cancelled)
     }
     SMTPMessageRequest request;
     const HXEndpoints endpoints = HXEndpoints::current();
-    request.message = m_message;
+    // The text field ends lines with a bare line feed; mail wants CR LF, and
+    // the agent only dot-stuffs lines it can see start after one.
+    QString message = m_message;
+    message.replace(QLatin1String("\r\n"), QLatin1String("\n"));
+    message.replace(QLatin1Char('\r'), QLatin1Char('\n'));
+    message.replace(QLatin1Char('\n'), QLatin1String("\r\n"));
+    request.message = message;
     request.to = {endpoints.supportAddress()};
     request.from = endpoints.senderAddress();
     request.subject = m_subject;

@@ -304,7 +304,9 @@ void HelpReporterTest::sendsAndCleansUp()
     QVERIFY(finished.wait(30000));
 
     QCOMPARE(sent.subject, QStringLiteral("Orvex report from ann@example.org"));
-    QCOMPARE(sent.message, QStringLiteral("It stopped.\n.\nThanks"));
+    // Lines end in CR LF for the mail, so the lone "." is stuffed and cannot end it.
+    QCOMPARE(sent.message, QStringLiteral("It stopped.\r\n.\r\nThanks"));
+    QCOMPARE(SMTP_AGENT::dotStuffed(sent.message), QStringLiteral("It stopped.\r\n..\r\nThanks"));
     QCOMPARE(sent.username, QStringLiteral("Orvex"));
     QVERIFY(sent.userAgent.startsWith(QStringLiteral("Orvex ")));
     QCOMPARE(presentWhenMailing,
