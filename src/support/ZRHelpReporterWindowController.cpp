@@ -456,8 +456,8 @@ void ZRHelpReporterWindowController::closeSendingReport()
 
 void ZRHelpReporterWindowController::cleanUp()
 {
-    // The whole private folder: what the design removes (archives and
-    // profile) and what it would leave behind in a shared /tmp.
+    // The whole private folder, not only the archives and the profile: the
+    // logs and the disk details gathered for them go too.
     if (m_folder)
         m_folder->remove();
     m_folder.reset();
