@@ -40,7 +40,9 @@ char *b64buffer(const char *text, bool encoding)
     const size_t size = (encoding ? 4 * ((n + 2) / 3) : 3 * (n / 4)) + 1;
     auto *buffer = static_cast<char *>(calloc(size, 1));
     if (!buffer)
-        printf("Insufficient real memory to %s \"%s\".\n", encoding ? "encode" : "decode", text);
+        // Never the text itself: it may be the password.
+        printf("Insufficient real memory to %s %zu characters.\n", encoding ? "encode" : "decode",
+               n);
     return buffer;
 }
 
