@@ -26,8 +26,8 @@ struct SMTPMessageRequest
 // AUTH LOGIN or a POP3 login first. Everything it says and hears goes to the
 // in-memory protocol log (PGLog.h).
 //
-// A send blocks its thread for the whole dialogue and has no read time-out:
-// call it on a worker thread, never the interface thread. The time-out flag
+// A send blocks its thread for the whole dialogue, each read and write bounded
+// by kReplyTimeoutMs: call it on a worker thread, never the interface thread. The time-out flag
 // and the protocol log are process-wide; one send at a time is expected.
 class SMTP_AGENT
 {
@@ -62,9 +62,11 @@ public:
     static constexpr quint16 kPOPPort = 110;
     static constexpr int kPieceLength = 524288;
     static constexpr int kConnectTimeoutMs = 5000;
-    // A server that stops answering must not hold the report for ever; a
-    // minute is far longer than any mail server takes to answer a command.
-    static constexpr int kReplyTimeoutMs = 60000;
+    // A server that stops answering must not hold the report for ever, but
+    // RFC 5321 (4.5.3.2.6) asks a client to wait 10 minutes for the reply to
+    // the end of the data: the server may still be checking or storing the
+    // message, and giving up early can get the same report delivered twice.
+    static constexpr int kReplyTimeoutMs = 10 * 60 * 1000;
     static const char *const kBoundary;
 
     // Makes an agent, sends, and answers the result code.
