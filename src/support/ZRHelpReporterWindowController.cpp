@@ -19,6 +19,7 @@
 #include <QPlainTextEdit>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QSaveFile>
 #include <QSettings>
 #include <QStyle>
 
@@ -197,7 +198,9 @@ void ZRHelpReporterWindowController::saveReportInsteadAction()
                                : QFileDialog::getExistingDirectory(m_dialog, tr("Save Report In"));
     if (folder.isEmpty())
         return;
-    startReport(QString(), QString(), folder);
+    const QString name = ZRReplyToRule::senderName(m_dialog->replyToEmailField()->text());
+    startReport(ZRReplyToRule::subjectFor(name), m_dialog->reportMessageField()->toPlainText(),
+                folder);
 }
 
 void ZRHelpReporterWindowController::sendReportWithSubject(const QString &subject,
@@ -228,6 +231,7 @@ void ZRHelpReporterWindowController::startReport(const QString &subject, const Q
     m_folder = std::make_unique<ZRReportFolder>(m_options.temporaryFolder);
     m_subject = subject;
     m_message = message;
+    m_replyTo = ZRReplyToRule::senderName(m_dialog->replyToEmailField()->text());
     m_saveFolder = saveFolder;
     m_isSendingReport = true;
     m_awaitingClose = false;
@@ -345,6 +349,7 @@ void ZRHelpReporterWindowController::showFailure(const QString &message)
 {
     setIcon(m_progress->iconLabel(), QStringLiteral("warning.svg"), tr("Failed"));
     m_progress->sendingMessageField()->hide();
+    m_failureSentence = message;
     m_progress->failureMessageField()->setText(message);
     m_progress->failureMessageField()->show();
     m_progress->progressIndicator()->hide();
@@ -366,32 +371,66 @@ void ZRHelpReporterWindowController::saveReportAfterFailure()
             : QFileDialog::getExistingDirectory(m_progress, tr("Save Report In"));
     if (folder.isEmpty())
         return;
+    // The sentence of the mailing's failure stays first; what the save did follows it.
+    QString text = m_failureSentence + QLatin1Char(' ');
     if (copyArchivesTo(folder)) {
-        m_progress->failureMessageField()->setText(
-            m_progress->failureMessageField()->text() + QLatin1Char(' ') +
-            tr("The report has been saved in %1.").arg(QDir::toNativeSeparators(folder)));
+        text += tr("The report has been saved in %1.").arg(QDir::toNativeSeparators(folder));
         m_progress->saveReportButton()->hide();
         m_progress->button()->setFocus();
+    } else {
+        text += tr("The report could not be saved in %1.").arg(QDir::toNativeSeparators(folder));
     }
+    m_progress->failureMessageField()->setText(text);
 }
+
+namespace {
+
+// A name in `folder` that nothing holds yet: "OrvexLogs 2.zip" and so on, so
+// an earlier report is never overwritten.
+QString freeName(const QString &folder, const QString &fileName)
+{
+    const QFileInfo source(fileName);
+    QString target = QDir(folder).filePath(fileName);
+    for (int n = 2; QFileInfo::exists(target) || QFileInfo(target).isSymLink(); ++n)
+        target = QDir(folder).filePath(
+            QStringLiteral("%1 %2.%3").arg(source.completeBaseName()).arg(n).arg(source.suffix()));
+    return target;
+}
+
+} // namespace
 
 bool ZRHelpReporterWindowController::copyArchivesTo(const QString &folder)
 {
-    bool copied = false;
+    // A half-saved report is worse than none: whatever was written goes
+    // again when a copy fails (a read-only folder, a full disk).
+    QStringList written;
+    const auto fail = [&written] {
+        for (const QString &path : std::as_const(written))
+            QFile::remove(path);
+        return false;
+    };
     for (const QString &archive : m_folder->archives()) {
         if (!QFileInfo::exists(archive))
             continue;
-        // Never over an earlier report: "OrvexLogs 2.zip" and so on.
-        const QFileInfo source(archive);
-        QString target = QDir(folder).filePath(source.fileName());
-        for (int n = 2; QFileInfo::exists(target) || QFileInfo(target).isSymLink(); ++n)
-            target = QDir(folder).filePath(
-                QStringLiteral("%1 %2.zip").arg(source.completeBaseName()).arg(n));
-        if (!QFile::copy(archive, target))
-            return false;
-        copied = true;
+        const QString target = freeName(folder, QFileInfo(archive).fileName());
+        if (!QFile::copy(archive, target)) {
+            QFile::remove(target);
+            return fail();
+        }
+        written << target;
     }
-    return copied;
+    if (written.isEmpty())
+        return false;
+    // What the user typed would otherwise be lost with the mail that was not sent.
+    QSaveFile note(freeName(folder, QStringLiteral("Message.txt")));
+    if (!note.open(QIODevice::WriteOnly))
+        return fail();
+    note.write(QStringLiteral("Reply to: %1\nSubject: %2\n\n%3\n")
+                   .arg(m_replyTo, m_subject, m_message)
+                   .toUtf8());
+    if (!note.commit())
+        return fail();
+    return true;
 }
 
 QString ZRHelpReporterWindowController::failureSentence(unsigned code)

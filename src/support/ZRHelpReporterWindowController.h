@@ -100,6 +100,8 @@ private:
     std::unique_ptr<ZRReportFolder> m_folder;
     QString m_subject;
     QString m_message;
+    QString m_replyTo;
+    QString m_failureSentence;
     QString m_saveFolder; // set when the report is saved instead of mailed
     bool m_sendButtonEnabled = false;
     bool m_isSendingReport = false;

@@ -124,6 +124,7 @@ private Q_SLOTS:
     void sendsAndCleansUp();
     void failureOffersSaveAndCleansUpOnClose();
     void saveReportInstead();
+    void failedSaveSaysSoAndLeavesNothing();
     void cancelDuringProfile();
     void closingTheWindowNeverJamsTheReporter();
     void plantedLinksAreLeftAlone();
@@ -339,7 +340,8 @@ void HelpReporterTest::failureOffersSaveAndCleansUpOnClose()
     ZRHelpReporterWindowController reporter(o);
     QSignalSpy mailed(&reporter, &ZRHelpReporterWindowController::mailed);
     QSignalSpy finished(&reporter, &ZRHelpReporterWindowController::reportFinished);
-    reporter.sendReportWithSubject(QStringLiteral("s"), QString());
+    reporter.sendReportDialog()->replyToEmailField()->setText(QStringLiteral("ann@example.org"));
+    reporter.sendReportWithSubject(QStringLiteral("s"), QStringLiteral("It stopped."));
     QVERIFY(mailed.wait(30000));
     const QString folder = reporter.reportFolderPath();
     ZRSendingReportProgress *progress = reporter.sendingReportProgress();
@@ -353,10 +355,13 @@ void HelpReporterTest::failureOffersSaveAndCleansUpOnClose()
     QVERIFY(finished.isEmpty());
     QVERIFY(progress->saveReportButton()->isVisible());
     QTest::mouseClick(progress->saveReportButton(), Qt::LeftButton);
-    QCOMPARE(
-        QDir(saveIn.path()).entryList(QDir::Files, QDir::Name),
-        (QStringList{QStringLiteral("OrvexDiskInfo.zip"), QStringLiteral("OrvexInstallDebug.zip"),
-                     QStringLiteral("OrvexLogs.zip"), QStringLiteral("SystemProfile.zip")}));
+    QCOMPARE(QDir(saveIn.path()).entryList(QDir::Files, QDir::Name),
+             (QStringList{QStringLiteral("Message.txt"), QStringLiteral("OrvexDiskInfo.zip"),
+                          QStringLiteral("OrvexInstallDebug.zip"), QStringLiteral("OrvexLogs.zip"),
+                          QStringLiteral("SystemProfile.zip")}));
+    QFile note(saveIn.filePath(QStringLiteral("Message.txt")));
+    QVERIFY(note.open(QIODevice::ReadOnly));
+    QCOMPARE(note.readAll(), QByteArray("Reply to: ann@example.org\nSubject: s\n\nIt stopped.\n"));
     progress->close();
     QCOMPARE(finished.size(), 1);
     QVERIFY(!QFileInfo::exists(folder));
@@ -383,12 +388,18 @@ void HelpReporterTest::saveReportInstead()
     ZRHelpReporterWindowController reporter(o);
     QSignalSpy finished(&reporter, &ZRHelpReporterWindowController::reportFinished);
     reporter.showSendReportDialog(ZRHelpReporterWindowController::UserRequest);
+    reporter.sendReportDialog()->replyToEmailField()->setText(QStringLiteral("ann@example.org"));
+    reporter.sendReportDialog()->reportMessageField()->setPlainText(QStringLiteral("Kept."));
     QTest::mouseClick(reporter.sendReportDialog()->saveInsteadButton(), Qt::LeftButton);
     const QString folder = reporter.reportFolderPath();
     QVERIFY(finished.wait(30000));
     QCOMPARE(mails, 0);
     QVERIFY(!QFileInfo::exists(folder));
-    QCOMPARE(QDir(saveIn.path()).entryList(QDir::Files).size(), 5);
+    QCOMPARE(QDir(saveIn.path()).entryList(QDir::Files).size(), 6);
+    QFile note(saveIn.filePath(QStringLiteral("Message.txt")));
+    QVERIFY(note.open(QIODevice::ReadOnly));
+    QCOMPARE(note.readAll(), QByteArray("Reply to: ann@example.org\n"
+                                        "Subject: Orvex report from ann@example.org\n\nKept.\n"));
     QVERIFY(QFileInfo::exists(saveIn.filePath(QStringLiteral("OrvexLogs 2.zip"))));
     QVERIFY(earlier.open(QIODevice::ReadOnly));
     QCOMPARE(earlier.readAll(), QByteArray("earlier"));
@@ -400,6 +411,56 @@ void HelpReporterTest::saveReportInstead()
     QCOMPARE(mails, 1);
     QCOMPARE(reporter.sendingReportProgress()->sentMessageField()->text(),
              QStringLiteral("Your report has been sent to Talvorn Tech Support. Thank you."));
+}
+
+void HelpReporterTest::failedSaveSaysSoAndLeavesNothing()
+{
+    auto o = options(m_settings.get());
+    // The last archive cannot be copied (a directory stands in for it), so
+    // three copies are made before the save fails, as on a disk that fills up.
+    o.plan = [](const ZRReportFolder &folder) {
+        ZRCollectionPlan plan = archivePlan(folder, QStringLiteral("echo profile > ") +
+                                                        ZRShellQuote(folder.systemProfile()));
+        plan.blocks[ZRCollectionPlan::DiskInfo].last() =
+            ZRStep{ZRStep::Shell,
+                   QStringLiteral("mkdir ") + ZRShellQuote(folder.diskInfoArchive()),
+                   {},
+                   {}};
+        return plan;
+    };
+    o.mailer = [](const SMTPMessageRequest &) {
+        return unsigned(SMTP_AGENT::ConnectFailed);
+    };
+    QTemporaryDir saveIn;
+    o.chooseFolder = [&saveIn] {
+        return saveIn.path();
+    };
+    const QString couldNot =
+        QStringLiteral("The report could not be saved in %1.").arg(saveIn.path());
+    ZRHelpReporterWindowController reporter(o);
+    ZRSendingReportProgress *progress = reporter.sendingReportProgress();
+    QSignalSpy mailed(&reporter, &ZRHelpReporterWindowController::mailed);
+    QSignalSpy finished(&reporter, &ZRHelpReporterWindowController::reportFinished);
+
+    // Save Report Instead…
+    reporter.showSendReportDialog(ZRHelpReporterWindowController::UserRequest);
+    QTest::mouseClick(reporter.sendReportDialog()->saveInsteadButton(), Qt::LeftButton);
+    QTRY_VERIFY_WITH_TIMEOUT(progress->failureMessageField()->isVisible(), 30000);
+    QCOMPARE(progress->failureMessageField()->text(), couldNot);
+    QCOMPARE(QDir(saveIn.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), QStringList());
+    QVERIFY(progress->close());
+    QCOMPARE(finished.size(), 1);
+
+    // Save Report… after a failed mailing.
+    reporter.sendReportWithSubject(QStringLiteral("s"), QStringLiteral("m"));
+    QVERIFY(mailed.wait(30000));
+    QTest::mouseClick(progress->saveReportButton(), Qt::LeftButton);
+    QCOMPARE(progress->failureMessageField()->text(),
+             ZRHelpReporterWindowController::failureSentence(SMTP_AGENT::ConnectFailed) +
+                 QLatin1Char(' ') + couldNot);
+    QCOMPARE(QDir(saveIn.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), QStringList());
+    QVERIFY(progress->close());
+    QCOMPARE(finished.size(), 2);
 }
 
 void HelpReporterTest::cancelDuringProfile()
