@@ -53,11 +53,20 @@ void SMTPCodecTest::encodersMatchPython()
         f.write(data);
         samples.insert(name, data);
         files << f.fileName();
+        // The text the in-place codec takes: no NUL, below 128.
+        if (n < 180) {
+            for (auto &b : data)
+                b = char(1 + uchar(b) % 127);
+            QFile a(dir.filePath(QStringLiteral("a%1").arg(n)));
+            QVERIFY(a.open(QIODevice::WriteOnly));
+            a.write(data);
+            files << a.fileName();
+        }
     }
     const QByteArray json = MailPeer::run(QStringList{QStringLiteral("b64")} + files, &why);
     QVERIFY2(!json.isEmpty(), qPrintable(why));
     const QJsonObject expected = QJsonDocument::fromJson(json).object();
-    QCOMPARE(expected.size(), samples.size());
+    QVERIFY(expected.size() > samples.size());
     for (auto it = samples.cbegin(); it != samples.cend(); ++it) {
         const QJsonObject python = expected.value(it.key()).toObject();
         const QByteArray &data = it.value();
@@ -81,7 +90,12 @@ void SMTPCodecTest::encodersMatchPython()
                 b = char(1 + uchar(b) % 127);
             char text[256] = {};
             memcpy(text, ascii.constData(), size_t(ascii.size()));
-            const QByteArray wanted = ascii.toBase64();
+            const QByteArray wanted = expected.value(QStringLiteral("a%1").arg(data.size()))
+                                          .toObject()
+                                          .value(QStringLiteral("plain"))
+                                          .toString()
+                                          .toLatin1();
+            QCOMPARE(wanted, ascii.toBase64());
             QCOMPARE(b64encode(text), !ascii.isEmpty());
             QCOMPARE(QByteArray(text), ascii.isEmpty() ? QByteArray() : wanted);
             if (!ascii.isEmpty()) {
