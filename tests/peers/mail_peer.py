@@ -136,6 +136,7 @@ def scripted(args):
             continue
         conn.sendall(b"220 scripted ESMTP\r\n")
         expecting_user = False
+        greeted = False
         while True:
             line = read_line(conn, buffer)
             if line is None:
@@ -149,8 +150,17 @@ def scripted(args):
                     conn.sendall(b"334 UGFzc3dvcmQ6\r\n")
                     read_line(conn, buffer)
                     conn.sendall(b"235 2.7.0 OK\r\n")
+            elif verb == b"EHLO" and fail == "ehlo":
+                # An old server: no extensions, so the client must say HELO.
+                conn.sendall(b"502 5.5.2 Not implemented\r\n")
             elif verb == b"EHLO":
+                greeted = True
                 conn.sendall(b"250-scripted\r\n250-AUTH LOGIN\r\n250 HELP\r\n")
+            elif verb == b"HELO" and fail == "ehlo":
+                greeted = True
+                conn.sendall(b"250 scripted\r\n")
+            elif verb in (b"MAIL", b"RCPT") and not greeted:
+                conn.sendall(b"503 5.5.1 Say HELO first\r\n")
             elif verb == b"AUTH":
                 conn.sendall(b"334 VXNlcm5hbWU6\r\n")
                 expecting_user = True

@@ -348,6 +348,10 @@ void SMTPAgentTest::refusalsByScriptedServer_data()
         << QStringLiteral("silent") << kSmtpPort << unsigned(SMTP_AGENT::NoGreeting);
     QTest::newRow("silent after the message")
         << QStringLiteral("silent-after-data") << kSmtpPort << unsigned(SMTP_AGENT::MessageFailed);
+    // A server without extensions refuses EHLO; after HELO the mail goes
+    // (it refuses MAIL FROM from a client that never said either).
+    QTest::newRow("EHLO refused, HELO taken")
+        << QStringLiteral("ehlo") << kSmtpPort << unsigned(SMTP_AGENT::Success);
     // Nothing on 5331: the second port is tried, and everything works there.
     QTest::newRow("second port") << QStringLiteral("none") << kSecondPort
                                  << unsigned(SMTP_AGENT::Success);
