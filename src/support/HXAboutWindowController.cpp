@@ -10,7 +10,7 @@
 
 namespace {
 
-// The Mac's system font sizes, in its points of one pixel each.
+// The interface font at another size, so the window follows the user's font family.
 QFont systemFont(int pixels)
 {
     QFont font = QApplication::font();

@@ -42,10 +42,10 @@ quint32 valueFromHexidecimalString(const QString &text)
 
 QString versionStringFromVersionValue(quint32 value)
 {
-    // The original wrote the value with "%x" and took its last four
-    // characters; with three digits its first character was a NUL that
-    // nobody saw. Zeros in front keep the same reading and let 0.1.0 show
-    // its major number.
+    // Servers send three or four hexadecimal digits; the last two are the
+    // minor and bug-fix numbers and whatever stands before them is the major
+    // number. Padding to three digits keeps a 0 major (0.1.0 is 0x10) from
+    // vanishing.
     QString hex = QString::number(value, 16).rightJustified(3, QLatin1Char('0'));
     hex = hex.right(4);
     const QString major = hex.left(hex.size() - 2);

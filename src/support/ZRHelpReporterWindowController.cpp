@@ -441,8 +441,8 @@ void ZRHelpReporterWindowController::closeSendingReport()
 
 void ZRHelpReporterWindowController::cleanUp()
 {
-    // The whole private folder: what the design removes (archives and
-    // profile) and what it would leave behind in a shared /tmp.
+    // The whole private folder goes, not only the archives and the profile:
+    // anything else left in it would linger in a shared /tmp.
     if (m_folder)
         m_folder->remove();
     m_folder.reset();
