@@ -3,10 +3,10 @@
 #include "HXEndpoints.h"
 #include "HXMachineProbes.h"
 #include "HXSystemLog.h"
+#include "HXWebBrowser.h"
 
 #include <QApplication>
 #include <QDateTime>
-#include <QDesktopServices>
 #include <QLocale>
 #include <QMessageBox>
 #include <QMutex>
@@ -187,8 +187,8 @@ void HXUpdateCheck::alertUserToAvailableUpdate(const HXUpdateRecords::Reply &rep
     box.addButton(text("No", "No"), QMessageBox::NoRole);
     box.setDefaultButton(yes);
     box.exec();
-    if (box.clickedButton() == yes && !QDesktopServices::openUrl(QUrl(reply.url)))
-        HXSystemLog::write(QStringLiteral("Could not open the update page %1").arg(reply.url));
+    if (box.clickedButton() == yes)
+        HXWebBrowser::openWebAddress(QUrl(reply.url), QStringLiteral("the update page"));
 }
 
 void HXUpdateCheck::alertUserOfNoUpdate(const HXUpdateRecords::Reply &reply)

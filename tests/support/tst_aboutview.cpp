@@ -7,6 +7,7 @@
 #include "HXOfflinePicture.h"
 #include "HXSystemLog.h"
 #include "HXTagChecksum.h"
+#include "HXWebBrowser.h"
 #include "TestSupport.h"
 
 #include <QApplication>
@@ -63,6 +64,7 @@ private Q_SLOTS:
     void slidesInAndOut();
     void pictureFitsTheTab();
     void onlinePageAndLinks();
+    void linksLeaveOnlyForWebAddresses();
     void failedLoadFallsBackToThePicture_data();
     void failedLoadFallsBackToThePicture();
     void aboutWindow();
@@ -242,6 +244,31 @@ void TestAboutView::onlinePageAndLinks()
     QCOMPARE(controller->webPage()->url(), QUrl(site() + QStringLiteral("/orvex/index.html")));
     QCOMPARE(controller->shownPage(), HXAboutViewController::Page::Web);
 #endif
+}
+
+void TestAboutView::linksLeaveOnlyForWebAddresses()
+{
+    // The about page's links and the update page go through this one door.
+    for (const char *scheme : {"file", "ssh", "javascript", "https"})
+        QDesktopServices::setUrlHandler(QString::fromLatin1(scheme), &m_browser, "open");
+    QStringList logged;
+    HXSystemLog::setSink([&logged](const QString &line) { logged.append(line); });
+    const QStringList refused{
+        QStringLiteral("file:///etc/passwd"), QStringLiteral("ssh://127.0.0.1/"),
+        QStringLiteral("javascript:alert(1)"), QStringLiteral("http:///nohost")};
+    for (const QString &address : refused)
+        QVERIFY2(!HXWebBrowser::openWebAddress(QUrl(address), QStringLiteral("a link")),
+                 qPrintable(address));
+    QVERIFY(HXWebBrowser::openWebAddress(QUrl(QStringLiteral("https://www.talvorn.example/")),
+                                         QStringLiteral("a link")));
+    QVERIFY(HXWebBrowser::openWebAddress(QUrl(site()), QStringLiteral("a link")));
+    HXSystemLog::setSink(nullptr);
+    for (const char *scheme : {"file", "ssh", "javascript", "https"})
+        QDesktopServices::unsetUrlHandler(QString::fromLatin1(scheme));
+    QCOMPARE(m_browser.opened,
+             (QList<QUrl>{QUrl(QStringLiteral("https://www.talvorn.example/")), QUrl(site())}));
+    QCOMPARE(logged.size(), refused.size());
+    QVERIFY(logged.first().contains(QLatin1String("file:///etc/passwd")));
 }
 
 void TestAboutView::failedLoadFallsBackToThePicture_data()

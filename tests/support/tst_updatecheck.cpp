@@ -65,6 +65,7 @@ private Q_SLOTS:
     void replies_data();
     void replies();
     void yesOpensThePage();
+    void yesOpensOnlyWebAddresses();
     void backgroundCheckTellsOnlyOfUpdates();
     void silentServerTimesOutWhileTheWindowRuns();
     void connectTimesOut();
@@ -74,6 +75,7 @@ private Q_SLOTS:
 void TestUpdateCheck::cleanupTestCase()
 {
     QDesktopServices::unsetUrlHandler(QStringLiteral("http"));
+    QDesktopServices::unsetUrlHandler(QStringLiteral("file"));
 }
 
 void TestUpdateCheck::initTestCase()
@@ -81,6 +83,8 @@ void TestUpdateCheck::initTestCase()
     if (!QFileInfo::exists(kPython))
         QSKIP("Debian's /usr/bin/python3 is needed for the server side");
     QDesktopServices::setUrlHandler(QStringLiteral("http"), &m_browser, "open");
+    // A file address that got through would land here, not in a real program.
+    QDesktopServices::setUrlHandler(QStringLiteral("file"), &m_browser, "open");
 }
 
 void TestUpdateCheck::init()
@@ -310,6 +314,19 @@ void TestUpdateCheck::yesOpensThePage()
     QCOMPARE(runCheck(true, QStringLiteral("Yes"), nullptr), HXUpdateCheck::UpdateAvailable);
     QCOMPARE(m_browser.opened,
              QList<QUrl>{QUrl(QStringLiteral("http://127.0.0.1/orvex/update.html"))});
+}
+
+void TestUpdateCheck::yesOpensOnlyWebAddresses()
+{
+    QVERIFY(startServer(QStringLiteral("fileurl")));
+    QStringList logged;
+    HXSystemLog::setSink([&logged](const QString &line) { logged.append(line); });
+    QCOMPARE(runCheck(true, QStringLiteral("Yes"), nullptr), HXUpdateCheck::UpdateAvailable);
+    HXSystemLog::setSink(nullptr);
+    QVERIFY2(m_browser.opened.isEmpty(), qPrintable(m_browser.opened.value(0).toString()));
+    QCOMPARE(logged.size(), 1);
+    QVERIFY2(logged.first().contains(QLatin1String("file:///etc/passwd")),
+             qPrintable(logged.first()));
 }
 
 void TestUpdateCheck::backgroundCheckTellsOnlyOfUpdates()

@@ -13,6 +13,7 @@ one JSON line with the problems it found, then answers as MODE says:
   samehigherbuild the same version with a higher build number
   lowerhigherbuild a lower version with a higher build number
   same            the same version and build
+  fileurl         a newer version whose page is file:///etc/passwd
   short           a reply of 367 bytes, then closes
   silent          accepts and never answers
   backlog         never accepts; its queue is full, so a connect hangs
@@ -120,6 +121,8 @@ def main():
         connection.sendall(reply(running - 1, "Orvex", url, str(build + 1)))
     elif mode == "same":
         connection.sendall(reply(running, "Orvex", url, str(build)))
+    elif mode == "fileurl":
+        connection.sendall(reply(running + 1, "Orvex", "file:///etc/passwd", str(build)))
     elif mode == "short":
         connection.sendall(reply(running + 1, "Orvex", url, str(build))[:REPLY_SIZE - 1])
     elif mode == "silent":
