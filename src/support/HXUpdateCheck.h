@@ -20,8 +20,10 @@ public:
     };
 
     // An interactive check tells the user every outcome; a background one
-    // only an available update.
-    static void checkForUpdate(bool interactive);
+    // only an available update. While a check runs (up to the answer to its
+    // alert) another is not started: false, and nothing happens.
+    static bool checkForUpdate(bool interactive);
+    static bool isCheckRunning();
 
     static void alertUserToAvailableUpdate(const HXUpdateRecords::Reply &reply);
     static void alertUserOfNoUpdate(const HXUpdateRecords::Reply &reply);

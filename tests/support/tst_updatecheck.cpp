@@ -67,6 +67,7 @@ private Q_SLOTS:
     void yesOpensThePage();
     void yesOpensOnlyWebAddresses();
     void backgroundCheckTellsOnlyOfUpdates();
+    void secondClickWhileRunningStartsNothing();
     void silentServerTimesOutWhileTheWindowRuns();
     void connectTimesOut();
     void noServer();
@@ -345,6 +346,30 @@ void TestUpdateCheck::backgroundCheckTellsOnlyOfUpdates()
     QVERIFY(startServer(QStringLiteral("newer")));
     QCOMPARE(runCheck(false, QStringLiteral("No"), &shown), HXUpdateCheck::UpdateAvailable);
     QVERIFY(!shown.isEmpty());
+}
+
+void TestUpdateCheck::secondClickWhileRunningStartsNothing()
+{
+    QVERIFY(startServer(QStringLiteral("same")));
+    QList<HXUpdateCheck::Outcome> outcomes;
+    HXUpdateCheck::setFinishedHandlerForTesting(
+        [&outcomes](HXUpdateCheck::Outcome o) { outcomes.append(o); });
+    TestSupport::AlertAnswerer answerer(QStringLiteral("OK"));
+    QVERIFY(HXUpdateCheck::checkForUpdate(true));
+    QVERIFY(HXUpdateCheck::isCheckRunning());
+    QVERIFY(!HXUpdateCheck::checkForUpdate(true));
+    QVERIFY(QTest::qWaitFor([&outcomes] { return !outcomes.isEmpty(); }, 60000));
+    QVERIFY(!HXUpdateCheck::isCheckRunning());
+    // Once it has ended, a new click starts a new check; its end is also the
+    // marker that no second check from the ignored click is still on its way.
+    m_server->kill();
+    m_server->waitForFinished();
+    QVERIFY(startServer(QStringLiteral("same")));
+    QVERIFY(HXUpdateCheck::checkForUpdate(true));
+    QVERIFY(QTest::qWaitFor([&outcomes] { return outcomes.size() >= 2; }, 60000));
+    QCOMPARE(outcomes,
+             (QList<HXUpdateCheck::Outcome>{HXUpdateCheck::NoUpdate, HXUpdateCheck::NoUpdate}));
+    QCOMPARE(answerer.alerts().size(), 2);
 }
 
 void TestUpdateCheck::silentServerTimesOutWhileTheWindowRuns()
