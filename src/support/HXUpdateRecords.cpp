@@ -12,10 +12,18 @@ void putNumber(QByteArray &record, int offset, quint32 value)
 }
 
 // A C string in a field of `size` bytes; the rest of the field stays zero.
-// A text too long for its field is cut so that its terminating NUL still fits.
+// A text too long for its field is cut so that its terminating NUL still fits,
+// and never inside a UTF-8 character: the server would read half a character
+// as an invalid name.
 void putText(QByteArray &record, int offset, int size, const QByteArray &text)
 {
-    const int length = std::min<int>(int(text.size()), size - 1);
+    int length = std::min<int>(int(text.size()), size - 1);
+    if (length < text.size()) {
+        // Step back over continuation bytes (10xxxxxx) to the start of the
+        // character the cut falls in, which then goes whole.
+        while (length > 0 && (quint8(text.at(length)) & 0xC0) == 0x80)
+            --length;
+    }
     std::copy_n(text.constData(), length, record.data() + offset);
 }
 

@@ -215,6 +215,19 @@ void TestUpdateCheck::records()
     QCOMPARE(bytes.size(), 180);
     QCOMPARE(bytes.mid(104, 32), QByteArray(31, 'n') + '\0');
     QCOMPARE(bytes.mid(136, 6), QByteArray("en_GB\0", 6));
+    // Names whose 31st byte falls inside a character: the character goes
+    // whole, and what stays is valid UTF-8.
+    const auto nameField = [&request](const QString &name) {
+        request.fullName = name.toUtf8();
+        const QByteArray field = encodeRequest(request).mid(104, 32);
+        return field.left(field.indexOf('\0'));
+    };
+    QCOMPARE(nameField(QStringLiteral("Żółć Łęczyńska-Ślęzakówna")),
+             QStringLiteral("Żółć Łęczyńska-Ślęzak").toUtf8()); // 30 of 31 bytes
+    QCOMPARE(nameField(QStringLiteral("山田太郎山田太郎山田太郎")),
+             QStringLiteral("山田太郎山田太郎山田").toUtf8());
+    QCOMPARE(nameField(QStringLiteral("abcdefghijklmnopqrstuvwxyz12\U0001F600")),
+             QByteArray("abcdefghijklmnopqrstuvwxyz12"));
 
     Reply reply{7, 0x1021, QStringLiteral("Orvex"), QStringLiteral("http://x.example/u"),
                 QStringLiteral("4711")};
