@@ -18,7 +18,7 @@
 #include <unistd.h>
 
 #ifndef ORVEX_BUILD_VERSION
-#define ORVEX_BUILD_VERSION "1"
+#define ORVEX_BUILD_VERSION "0"
 #endif
 
 namespace {

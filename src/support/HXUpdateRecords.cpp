@@ -106,6 +106,8 @@ QByteArray encodeReply(const Reply &reply)
 
 bool offersUpdate(const Reply &reply, quint32 runningVersion, qint64 runningBuild)
 {
+    if (runningBuild <= kUnknownBuild)
+        return reply.version > runningVersion;
     // The build text is read as a C library would: leading digits, 0 if none.
     qint64 build = 0;
     for (const QChar c : reply.build.trimmed()) {

@@ -68,6 +68,7 @@ private Q_SLOTS:
     void yesOpensOnlyWebAddresses();
     void backgroundCheckTellsOnlyOfUpdates();
     void secondClickWhileRunningStartsNothing();
+    void unknownBuildIsNotOfferedItsOwnVersion();
     void silentServerTimesOutWhileTheWindowRuns();
     void connectTimesOut();
     void noServer();
@@ -251,25 +252,34 @@ void TestUpdateCheck::comparison_data()
 {
     QTest::addColumn<quint32>("version");
     QTest::addColumn<QString>("build");
+    QTest::addColumn<qint64>("running");
     QTest::addColumn<bool>("offers");
-    QTest::newRow("newer") << quint32(0x502) << "100" << true;
-    QTest::newRow("same version, higher build") << quint32(0x501) << "101" << true;
-    QTest::newRow("lower version, higher build") << quint32(0x500) << "101" << true;
-    QTest::newRow("same") << quint32(0x501) << "100" << false;
-    QTest::newRow("older") << quint32(0x500) << "99" << false;
-    QTest::newRow("build text with a tail") << quint32(0x501) << "100 (beta)" << false;
-    QTest::newRow("no build number") << quint32(0x501) << "" << false;
+    QTest::newRow("newer") << quint32(0x502) << "100" << qint64(100) << true;
+    QTest::newRow("same version, higher build") << quint32(0x501) << "101" << qint64(100) << true;
+    QTest::newRow("lower version, higher build") << quint32(0x500) << "101" << qint64(100) << true;
+    QTest::newRow("same") << quint32(0x501) << "100" << qint64(100) << false;
+    QTest::newRow("older") << quint32(0x500) << "99" << qint64(100) << false;
+    QTest::newRow("build text with a tail")
+        << quint32(0x501) << "100 (beta)" << qint64(100) << false;
+    QTest::newRow("no build number") << quint32(0x501) << "" << qint64(100) << false;
+    // A build without version history knows its version but not its build.
+    QTest::newRow("unknown build, same version")
+        << quint32(0x501) << "4711" << kUnknownBuild << false;
+    QTest::newRow("unknown build, lower version")
+        << quint32(0x500) << "4711" << kUnknownBuild << false;
+    QTest::newRow("unknown build, newer version") << quint32(0x502) << "1" << kUnknownBuild << true;
 }
 
 void TestUpdateCheck::comparison()
 {
     QFETCH(quint32, version);
     QFETCH(QString, build);
+    QFETCH(qint64, running);
     QFETCH(bool, offers);
     Reply reply;
     reply.version = version;
     reply.build = build;
-    QCOMPARE(offersUpdate(reply, 0x501, 100), offers);
+    QCOMPARE(offersUpdate(reply, 0x501, running), offers);
 }
 
 void TestUpdateCheck::replies_data()
@@ -359,6 +369,18 @@ void TestUpdateCheck::backgroundCheckTellsOnlyOfUpdates()
     QVERIFY(startServer(QStringLiteral("newer")));
     QCOMPARE(runCheck(false, QStringLiteral("No"), &shown), HXUpdateCheck::UpdateAvailable);
     QVERIFY(!shown.isEmpty());
+}
+
+void TestUpdateCheck::unknownBuildIsNotOfferedItsOwnVersion()
+{
+    HXUpdateCheck::setRunningReleaseForTesting(QStringLiteral("5.0.1"), kUnknownBuild);
+    QCOMPARE(HXUpdateCheck::runningBuild(), kUnknownBuild);
+    QVERIFY(startServer(QStringLiteral("samehigherbuild")));
+    QStringList shown;
+    QCOMPARE(runCheck(true, QStringLiteral("OK"), &shown), HXUpdateCheck::NoUpdate);
+    QCOMPARE(shown.value(0),
+             QStringLiteral(
+                 "You are running version 5.0.1, which is the most current version available."));
 }
 
 void TestUpdateCheck::secondClickWhileRunningStartsNothing()
