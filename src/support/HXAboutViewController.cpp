@@ -63,6 +63,14 @@ HXAboutViewController::HXAboutViewController()
 {
 }
 
+void HXAboutViewController::sendMarkerThroughReachabilityQueueForTesting(
+    std::function<void()> marker)
+{
+    reachabilityQueue().start([marker = std::move(marker)] {
+        QMetaObject::invokeMethod(QCoreApplication::instance(), marker, Qt::QueuedConnection);
+    });
+}
+
 HXAboutViewController::HXAboutViewController(Options options, QObject *parent)
     : HXViewController(parent)
     , m_options(std::move(options))

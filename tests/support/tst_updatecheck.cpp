@@ -9,6 +9,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QMutex>
 #include <QProcess>
 #include <QTimer>
 #include <QtTest>
@@ -72,6 +73,7 @@ private Q_SLOTS:
     void silentServerTimesOutWhileTheWindowRuns();
     void connectTimesOut();
     void noServer();
+    void defaultPortIs1055();
 };
 
 void TestUpdateCheck::cleanupTestCase()
@@ -419,15 +421,29 @@ void TestUpdateCheck::silentServerTimesOutWhileTheWindowRuns()
                                                 : QStringLiteral("other"));
     });
     TestSupport::AlertAnswerer answerer(QStringLiteral("OK"));
+    // The worker logs its time-out just before it hands the failure over.
+    QMutex logLock;
     QStringList logged;
-    HXSystemLog::setSink([&logged](const QString &line) { logged.append(line); });
+    HXSystemLog::setSink([&logged, &logLock](const QString &line) {
+        QMutexLocker locker(&logLock);
+        logged.append(line);
+    });
     HXUpdateCheck::checkForUpdate(true);
     // The request has arrived: the server is now the one keeping us waiting.
     QCOMPARE(serverReport().value(QStringLiteral("problems")).toArray(), QJsonArray());
-    QTimer::singleShot(0, [&order] { order.append(QStringLiteral("tick")); });
+    // The tick must come while the worker still waits, not from within the
+    // error alert's own event loop after the time-out.
+    bool tickedWhileWaiting = false;
+    QTimer::singleShot(0, [&] {
+        QMutexLocker locker(&logLock);
+        tickedWhileWaiting =
+            logged.isEmpty() && !QApplication::activeModalWidget() && answerer.alerts().isEmpty();
+        order.append(QStringLiteral("tick"));
+    });
     QVERIFY(QTest::qWaitFor([&order] { return order.contains(QStringLiteral("failed")); }, 60000));
     HXSystemLog::setSink(nullptr);
     QCOMPARE(order, (QStringList{QStringLiteral("tick"), QStringLiteral("failed")}));
+    QVERIFY(tickedWhileWaiting);
     QVERIFY(logged.value(0).contains(QLatin1String("read: 0 of 368 bytes within 400 ms")));
     QCOMPARE(answerer.alerts().size(), 1);
     QCOMPARE(answerer.alerts().first().first(),
@@ -463,6 +479,21 @@ void TestUpdateCheck::noServer()
     qputenv("ORVEX_UPDATE_SERVER", "updates.orvex.invalid");
     QCOMPARE(runCheck(true, QStringLiteral("OK"), &shown), HXUpdateCheck::Failed);
     QCOMPARE(shown.value(1), QStringLiteral("The server may be temporarily unavailable."));
+}
+
+void TestUpdateCheck::defaultPortIs1055()
+{
+    // The server on the protocol's own port, and a check left to its default.
+    qputenv("UPDATE_SERVER_PORT", "1055");
+    const quint16 port = startServer(QStringLiteral("same"));
+    qunsetenv("UPDATE_SERVER_PORT");
+    if (!port)
+        QSKIP("port 1055 is taken on this machine");
+    QCOMPARE(port, quint16(1055));
+    HXUpdateCheck::resetForTesting();
+    HXUpdateCheck::setRunningReleaseForTesting(QStringLiteral("5.0.1"), kBuild);
+    QCOMPARE(runCheck(true, QStringLiteral("OK"), nullptr), HXUpdateCheck::NoUpdate);
+    QCOMPARE(serverReport().value(QStringLiteral("problems")).toArray(), QJsonArray());
 }
 
 int main(int argc, char **argv)

@@ -90,7 +90,12 @@ def main():
     mode = sys.argv[1]
     expected = json.loads(sys.argv[2])
     listener = socket.socket(socket.AF_INET, socket.SOCK_STREAM)
-    listener.bind(("127.0.0.1", 0))
+    # UPDATE_SERVER_PORT asks for a given port; without it, any free one.
+    try:
+        listener.bind(("127.0.0.1", int(os.environ.get("UPDATE_SERVER_PORT", "0"))))
+    except OSError as error:
+        print(f"no port: {error}", flush=True)
+        return
     if mode == "backlog":
         # A queue of one, taken by a connection of our own: the kernel drops
         # every further handshake, so the next connect waits.
