@@ -148,11 +148,10 @@ bool HXUpdateCheck::checkForUpdate(bool interactive)
     checkRunning = true;
     const HXUpdateRecords::Request partial = requestWithoutName();
     const QString host = HXEndpoints::current().updateServer();
-    quint16 port;
+    const quint16 port = serverPort();
     HXUpdateExchange::Limits limits;
     {
         QMutexLocker locker(&settingsLock);
-        port = settings().port;
         limits = settings().limits;
     }
     const qint64 build = runningBuild();
@@ -175,6 +174,12 @@ bool HXUpdateCheck::checkForUpdate(bool interactive)
     QObject::connect(worker, &QThread::finished, worker, &QObject::deleteLater);
     worker->start();
     return true;
+}
+
+quint16 HXUpdateCheck::serverPort()
+{
+    QMutexLocker locker(&settingsLock);
+    return settings().port;
 }
 
 bool HXUpdateCheck::isCheckRunning()

@@ -46,6 +46,8 @@ public:
     // The running release: the application's version and its build number.
     static QString runningShortVersion();
     static qint64 runningBuild();
+    // The server's port the next check connects to.
+    static quint16 serverPort();
 
     // Tests: another port and shorter limits, another running release, and
     // a call on the main thread once a check has ended (after its alert).

@@ -483,6 +483,8 @@ void TestUpdateCheck::noServer()
 
 void TestUpdateCheck::defaultPortIs1055()
 {
+    HXUpdateCheck::resetForTesting();
+    QCOMPARE(HXUpdateCheck::serverPort(), quint16(1055));
     // The server on the protocol's own port, and a check left to its default.
     qputenv("UPDATE_SERVER_PORT", "1055");
     const quint16 port = startServer(QStringLiteral("same"));
