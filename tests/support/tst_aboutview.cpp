@@ -203,6 +203,35 @@ void TestAboutView::pictureFitsTheTab()
     HXOfflinePicture picture(QStringLiteral("0.1.0"));
     QCOMPARE(picture.pictureSize(), QSize(900, 560));
     QVERIFY(picture.accessibleDescription().contains(QLatin1String("version 0.1.0")));
+    // The tests by the names and in the order the Status tab shows them, in
+    // the picture and in what a screen reader says of it.
+    const QStringList groups[] = {
+        {QStringLiteral("Hardware"), QStringLiteral("Memory"), QStringLiteral("Battery")},
+        {QStringLiteral("System"), QStringLiteral("Disk I/O Errors"),
+         QStringLiteral("Power On Self-Test")},
+        {QStringLiteral("Drives"), QStringLiteral("Volume Structures"),
+         QStringLiteral("Partition Map"), QStringLiteral("RAID"), QStringLiteral("Surface Scan"),
+         QStringLiteral("SMART")},
+        {QStringLiteral("Files"), QStringLiteral("File Structures")}};
+    QStringList drawn;
+    QFile svg(QStringLiteral(":/about/aboutOffline.svg"));
+    QVERIFY(svg.open(QIODevice::ReadOnly));
+    const QString source = QString::fromUtf8(svg.readAll());
+    static const QRegularExpression textElement(QStringLiteral("<text[^>]*>([^<]*)</text>"));
+    for (const QRegularExpressionMatch &m : textElement.globalMatch(source))
+        drawn.append(m.captured(1).replace(QLatin1String("&amp;"), QLatin1String("&")));
+    QStringList expected;
+    QStringList spoken;
+    for (const QStringList &group : groups) {
+        expected += group;
+        spoken.append(group.first() + QStringLiteral(": ") +
+                      group.mid(1).join(QStringLiteral(", ")));
+    }
+    const int first = int(drawn.indexOf(QStringLiteral("Hardware")));
+    QVERIFY(first >= 0);
+    QCOMPARE(drawn.mid(first, expected.size()), expected);
+    QVERIFY2(picture.accessibleDescription().contains(spoken.join(QStringLiteral(". "))),
+             qPrintable(picture.accessibleDescription()));
     // Drawn into the tab's size, the picture reaches every edge it can.
     picture.resize(904, 578);
     QImage image(picture.size(), QImage::Format_ARGB32_Premultiplied);
