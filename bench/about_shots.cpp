@@ -1,7 +1,9 @@
-// Screenshots of the about window and the three update alerts, for a person
+// Screenshots of the about window, the about tab's offline picture and the
+// three update alerts, for a person
 // to look at: about_shots FOLDER. Run under xvfb-run.
 #include "HXAboutWindowController.h"
 #include "HXArtwork.h"
+#include "HXOfflinePicture.h"
 #include "HXUpdateCheck.h"
 
 #include <QApplication>
@@ -34,6 +36,12 @@ int main(int argc, char **argv)
     QCoreApplication::setApplicationVersion(QStringLiteral(ORVEX_VERSION));
     HXArtwork::loadFonts();
     const QString folder = argc > 1 ? QString::fromLocal8Bit(argv[1]) : QStringLiteral(".");
+
+    // The offline picture at the About tab's size.
+    HXOfflinePicture picture(QStringLiteral(ORVEX_VERSION));
+    picture.resize(904, 578);
+    picture.grab().save(folder + QStringLiteral("/about-tab-offline.png"));
+    std::printf("saved about-tab-offline.png\n");
 
     HXAboutWindowController about(QStringLiteral("87"));
     about.setAttribute(Qt::WA_DeleteOnClose, false);

@@ -5,10 +5,10 @@
 #include "HXNetworkReachability.h"
 #include "HXOfflinePicture.h"
 #include "HXSystemLog.h"
+#include "HXWebBrowser.h"
 #include "HXWebPageModule.h"
 
 #include <QCoreApplication>
-#include <QDesktopServices>
 #include <QPainterPath>
 #include <QPropertyAnimation>
 #include <QResizeEvent>
@@ -61,6 +61,14 @@ QThreadPool &reachabilityQueue()
 HXAboutViewController::HXAboutViewController()
     : HXAboutViewController(Options())
 {
+}
+
+void HXAboutViewController::sendMarkerThroughReachabilityQueueForTesting(
+    std::function<void()> marker)
+{
+    reachabilityQueue().start([marker = std::move(marker)] {
+        QMetaObject::invokeMethod(QCoreApplication::instance(), marker, Qt::QueuedConnection);
+    });
 }
 
 HXAboutViewController::HXAboutViewController(Options options, QObject *parent)
@@ -228,7 +236,7 @@ void HXAboutViewController::configureOnlineAd()
         };
         // Followed links go to the user's browser; the page stays as it is.
         handlers.linkClicked = [](const QUrl &url) {
-            QDesktopServices::openUrl(url);
+            HXWebBrowser::openWebAddress(url, QStringLiteral("a link of the about page"));
         };
         m_web.reset(make(m_container, std::move(handlers)));
         if (!m_web) {

@@ -27,6 +27,11 @@ public:
     static constexpr int kPageTimeoutMilliseconds = 2000;
     static constexpr qreal kCornerRadius = 10.0;
 
+    // Tests: `marker` comes back to the main thread through the queue the
+    // reachability checks take, after every check queued before it has
+    // been asked and answered.
+    static void sendMarkerThroughReachabilityQueueForTesting(std::function<void()> marker);
+
     struct Options
     {
         // Whether a host can be reached; HXNetworkReachability if empty.

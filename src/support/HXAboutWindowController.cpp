@@ -10,11 +10,12 @@
 
 namespace {
 
-// The Mac's system font sizes, in its points of one pixel each.
-QFont systemFont(int pixels)
+// The interface font at another size, in points so that the text keeps its
+// size on screens of any resolution.
+QFont systemFont(int points)
 {
     QFont font = QApplication::font();
-    font.setPixelSize(pixels);
+    font.setPointSize(points);
     return font;
 }
 
@@ -46,7 +47,7 @@ HXAboutWindowController::HXAboutWindowController(const QString &buildVersion, QW
     icon->setAlignment(Qt::AlignHCenter);
     icon->setAccessibleName(tr("Orvex icon"));
 
-    QFont nameFont = systemFont(20);
+    QFont nameFont = systemFont(16);
     nameFont.setBold(true);
     auto *name = new QLabel(QStringLiteral("Orvex"), this);
     name->setFont(nameFont);
@@ -76,7 +77,7 @@ HXAboutWindowController::HXAboutWindowController(const QString &buildVersion, QW
     layout->addWidget(m_systemField);
     layout->addSpacing(10);
     layout->addWidget(m_copyrightField);
-    setFixedWidth(340);
+    setFixedWidth(400);
 
     auto *close = new QShortcut(QKeySequence::Cancel, this);
     connect(close, &QShortcut::activated, this, &QWidget::close);

@@ -16,8 +16,8 @@ HXOfflinePicture::HXOfflinePicture(const QString &version, QWidget *parent)
     setAccessibleName(tr("Orvex"));
     setAccessibleDescription(
         tr("Orvex, version %1: ten tests in four groups. Hardware: Memory, Battery. "
-           "System: Disk I/O Errors, Power-On Self-Test. Drives: SMART Status, Surface Scan, "
-           "Volume Structures, Partition Map, RAID. Files: File Structures.")
+           "System: Disk I/O Errors, Power On Self-Test. Drives: Volume Structures, "
+           "Partition Map, RAID, Surface Scan, SMART. Files: File Structures.")
             .arg(version));
     // Half the picture's size is still legible; below that the scroll view
     // shows it in part.

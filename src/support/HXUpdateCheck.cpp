@@ -3,10 +3,10 @@
 #include "HXEndpoints.h"
 #include "HXMachineProbes.h"
 #include "HXSystemLog.h"
+#include "HXWebBrowser.h"
 
 #include <QApplication>
 #include <QDateTime>
-#include <QDesktopServices>
 #include <QLocale>
 #include <QMessageBox>
 #include <QMutex>
@@ -18,7 +18,7 @@
 #include <unistd.h>
 
 #ifndef ORVEX_BUILD_VERSION
-#define ORVEX_BUILD_VERSION "1"
+#define ORVEX_BUILD_VERSION "0"
 #endif
 
 namespace {
@@ -104,15 +104,32 @@ qint64 HXUpdateCheck::runningBuild()
     return settings().build >= 0 ? settings().build : QByteArray(ORVEX_BUILD_VERSION).toLongLong();
 }
 
-HXUpdateRecords::Request HXUpdateCheck::currentRequest()
+namespace {
+
+// Everything of the request but the full name, whose look-up may ask a
+// directory service over the network and so stays off the interface thread.
+HXUpdateRecords::Request requestWithoutName()
 {
     HXUpdateRecords::Request request;
-    request.version = valueFromHexidecimalString(runningShortVersion());
+    request.version =
+        HXUpdateRecords::valueFromHexidecimalString(HXUpdateCheck::runningShortVersion());
     request.signature = "????";
-    request.fullName = fullUserName();
     request.locale = QLocale::system().name().toUtf8();
     const HXSystemVersion v = HXSystemVersion::current();
     request.systemVersion = HXUpdateRecords::systemVersionValue(v.major, v.minor, v.bugfix);
+    return request;
+}
+
+// One check at a time: a second click while one runs would only stack a
+// second alert on the first. Touched on the interface thread only.
+bool checkRunning = false;
+
+} // namespace
+
+HXUpdateRecords::Request HXUpdateCheck::currentRequest()
+{
+    HXUpdateRecords::Request request = requestWithoutName();
+    request.fullName = fullUserName();
     return request;
 }
 
@@ -122,19 +139,25 @@ double HXUpdateCheck::defaultUpdateCheckInterval()
     return double(QDateTime::currentDateTime().msecsTo(now)) / 1000.0 + 86400.0;
 }
 
-void HXUpdateCheck::checkForUpdate(bool interactive)
+bool HXUpdateCheck::checkForUpdate(bool interactive)
 {
-    const HXUpdateRecords::Request request = currentRequest();
+    if (checkRunning) {
+        HXSystemLog::write(QStringLiteral("An update check is already running"));
+        return false;
+    }
+    checkRunning = true;
+    const HXUpdateRecords::Request partial = requestWithoutName();
     const QString host = HXEndpoints::current().updateServer();
-    quint16 port;
+    const quint16 port = serverPort();
     HXUpdateExchange::Limits limits;
     {
         QMutexLocker locker(&settingsLock);
-        port = settings().port;
         limits = settings().limits;
     }
     const qint64 build = runningBuild();
     QThread *worker = QThread::create([=] {
+        HXUpdateRecords::Request request = partial;
+        request.fullName = fullUserName();
         QString error;
         const std::optional<QByteArray> bytes =
             HXUpdateExchange::run(host, port, HXUpdateRecords::encodeRequest(request),
@@ -150,25 +173,38 @@ void HXUpdateCheck::checkForUpdate(bool interactive)
     });
     QObject::connect(worker, &QThread::finished, worker, &QObject::deleteLater);
     worker->start();
+    return true;
+}
+
+quint16 HXUpdateCheck::serverPort()
+{
+    QMutexLocker locker(&settingsLock);
+    return settings().port;
+}
+
+bool HXUpdateCheck::isCheckRunning()
+{
+    return checkRunning;
 }
 
 void HXUpdateCheck::finish(bool interactive, const std::optional<HXUpdateRecords::Reply> &reply,
                            quint32 running, qint64 build)
 {
+    // The check counts as running until its alert is answered.
+    Outcome outcome = UpdateAvailable;
     if (!reply) {
+        outcome = Failed;
         if (interactive)
             alertUserOfFailure();
-        reportFinished(Failed);
-        return;
-    }
-    if (!HXUpdateRecords::offersUpdate(*reply, running, build)) {
+    } else if (!HXUpdateRecords::offersUpdate(*reply, running, build)) {
+        outcome = NoUpdate;
         if (interactive)
             alertUserOfNoUpdate(*reply);
-        reportFinished(NoUpdate);
-        return;
+    } else {
+        alertUserToAvailableUpdate(*reply);
     }
-    alertUserToAvailableUpdate(*reply);
-    reportFinished(UpdateAvailable);
+    checkRunning = false;
+    reportFinished(outcome);
 }
 
 void HXUpdateCheck::alertUserToAvailableUpdate(const HXUpdateRecords::Reply &reply)
@@ -187,8 +223,8 @@ void HXUpdateCheck::alertUserToAvailableUpdate(const HXUpdateRecords::Reply &rep
     box.addButton(text("No", "No"), QMessageBox::NoRole);
     box.setDefaultButton(yes);
     box.exec();
-    if (box.clickedButton() == yes && !QDesktopServices::openUrl(QUrl(reply.url)))
-        HXSystemLog::write(QStringLiteral("Could not open the update page %1").arg(reply.url));
+    if (box.clickedButton() == yes)
+        HXWebBrowser::openWebAddress(QUrl(reply.url), QStringLiteral("the update page"));
 }
 
 void HXUpdateCheck::alertUserOfNoUpdate(const HXUpdateRecords::Reply &reply)

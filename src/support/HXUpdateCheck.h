@@ -20,8 +20,10 @@ public:
     };
 
     // An interactive check tells the user every outcome; a background one
-    // only an available update.
-    static void checkForUpdate(bool interactive);
+    // only an available update. While a check runs (up to the answer to its
+    // alert) another is not started: false, and nothing happens.
+    static bool checkForUpdate(bool interactive);
+    static bool isCheckRunning();
 
     static void alertUserToAvailableUpdate(const HXUpdateRecords::Reply &reply);
     static void alertUserOfNoUpdate(const HXUpdateRecords::Reply &reply);
@@ -44,6 +46,8 @@ public:
     // The running release: the application's version and its build number.
     static QString runningShortVersion();
     static qint64 runningBuild();
+    // The server's port the next check connects to.
+    static quint16 serverPort();
 
     // Tests: another port and shorter limits, another running release, and
     // a call on the main thread once a check has ended (after its alert).

@@ -95,6 +95,14 @@ std::optional<QByteArray> HXUpdateExchange::run(const QString &host, quint16 por
         }
     }
 
+    // Blocking again from here on: the reads below wait in poll() with what
+    // is left of the read limit, so a recv() only ever follows readable data.
+    const int flags = ::fcntl(socket.fd(), F_GETFL);
+    if (flags < 0 || ::fcntl(socket.fd(), F_SETFL, flags & ~O_NONBLOCK) != 0) {
+        *error = systemError("fcntl");
+        return std::nullopt;
+    }
+
     // The request is a few bytes into an empty send buffer: one write.
     const ssize_t written =
         ::send(socket.fd(), request.constData(), size_t(request.size()), MSG_NOSIGNAL);
@@ -120,7 +128,7 @@ std::optional<QByteArray> HXUpdateExchange::run(const QString &host, quint16 por
             return std::nullopt;
         }
         const ssize_t n = ::recv(socket.fd(), reply.data() + have, size_t(replySize - have), 0);
-        if (n < 0 && (errno == EINTR || errno == EAGAIN))
+        if (n < 0 && errno == EINTR)
             continue;
         if (n < 0) {
             *error = systemError("recv");

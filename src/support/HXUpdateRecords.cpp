@@ -12,10 +12,18 @@ void putNumber(QByteArray &record, int offset, quint32 value)
 }
 
 // A C string in a field of `size` bytes; the rest of the field stays zero.
-// A text too long for its field is cut so that its terminating NUL still fits.
+// A text too long for its field is cut so that its terminating NUL still fits,
+// and never inside a UTF-8 character: the server would read half a character
+// as an invalid name.
 void putText(QByteArray &record, int offset, int size, const QByteArray &text)
 {
-    const int length = std::min<int>(int(text.size()), size - 1);
+    int length = std::min<int>(int(text.size()), size - 1);
+    if (length < text.size()) {
+        // Step back over continuation bytes (10xxxxxx) to the start of the
+        // character the cut falls in, which then goes whole.
+        while (length > 0 && (quint8(text.at(length)) & 0xC0) == 0x80)
+            --length;
+    }
     std::copy_n(text.constData(), length, record.data() + offset);
 }
 
@@ -42,10 +50,10 @@ quint32 valueFromHexidecimalString(const QString &text)
 
 QString versionStringFromVersionValue(quint32 value)
 {
-    // The original wrote the value with "%x" and took its last four
-    // characters; with three digits its first character was a NUL that
-    // nobody saw. Zeros in front keep the same reading and let 0.1.0 show
-    // its major number.
+    // Servers send three or four hexadecimal digits; the last two are the
+    // minor and bug-fix numbers and whatever stands before them is the major
+    // number. Padding to three digits keeps a 0 major (0.1.0 is 0x10) from
+    // vanishing.
     QString hex = QString::number(value, 16).rightJustified(3, QLatin1Char('0'));
     hex = hex.right(4);
     const QString major = hex.left(hex.size() - 2);
@@ -98,6 +106,8 @@ QByteArray encodeReply(const Reply &reply)
 
 bool offersUpdate(const Reply &reply, quint32 runningVersion, qint64 runningBuild)
 {
+    if (runningBuild <= kUnknownBuild)
+        return reply.version > runningVersion;
     // The build text is read as a C library would: leading digits, 0 if none.
     qint64 build = 0;
     for (const QChar c : reply.build.trimmed()) {

@@ -52,8 +52,14 @@ std::optional<Reply> decodeReply(const QByteArray &bytes);
 // Used by the tests' own server side as well as by the tests themselves.
 QByteArray encodeReply(const Reply &reply);
 
+// The running build number of a build made without version history.
+constexpr qint64 kUnknownBuild = 0;
+
 // True when the reply names a release newer than the running one: a higher
-// version value, or a higher build number with any version value.
+// version value, or a higher build number with any version value. With the
+// running build unknown only the version values count: any build number
+// would otherwise look newer, and the same release would be offered to
+// itself at every check.
 bool offersUpdate(const Reply &reply, quint32 runningVersion, qint64 runningBuild);
 
 } // namespace HXUpdateRecords

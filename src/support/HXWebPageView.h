@@ -22,8 +22,10 @@ public:
     virtual ~HXWebPageView() = default;
     // The view; owned by this object, placed in the caller's layout.
     virtual QWidget *widget() = 0;
-    // Loads `url` bypassing any cache; a load not finished after
-    // `timeoutMilliseconds` is stopped and counts as failed.
+    // Loads `url` bypassing any cache; a load not finished
+    // `timeoutMilliseconds` after its request went out is stopped and counts
+    // as failed. The web engine's own start before that has a separate,
+    // larger allowance.
     virtual void load(const QUrl &url, int timeoutMilliseconds) = 0;
     virtual QUrl url() const = 0;
     // Tests: runs a script in the page.

@@ -9,6 +9,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QMutex>
 #include <QProcess>
 #include <QTimer>
 #include <QtTest>
@@ -65,15 +66,20 @@ private Q_SLOTS:
     void replies_data();
     void replies();
     void yesOpensThePage();
+    void yesOpensOnlyWebAddresses();
     void backgroundCheckTellsOnlyOfUpdates();
+    void secondClickWhileRunningStartsNothing();
+    void unknownBuildIsNotOfferedItsOwnVersion();
     void silentServerTimesOutWhileTheWindowRuns();
     void connectTimesOut();
     void noServer();
+    void defaultPortIs1055();
 };
 
 void TestUpdateCheck::cleanupTestCase()
 {
     QDesktopServices::unsetUrlHandler(QStringLiteral("http"));
+    QDesktopServices::unsetUrlHandler(QStringLiteral("file"));
 }
 
 void TestUpdateCheck::initTestCase()
@@ -81,6 +87,8 @@ void TestUpdateCheck::initTestCase()
     if (!QFileInfo::exists(kPython))
         QSKIP("Debian's /usr/bin/python3 is needed for the server side");
     QDesktopServices::setUrlHandler(QStringLiteral("http"), &m_browser, "open");
+    // A file address that got through would land here, not in a real program.
+    QDesktopServices::setUrlHandler(QStringLiteral("file"), &m_browser, "open");
 }
 
 void TestUpdateCheck::init()
@@ -210,6 +218,19 @@ void TestUpdateCheck::records()
     QCOMPARE(bytes.size(), 180);
     QCOMPARE(bytes.mid(104, 32), QByteArray(31, 'n') + '\0');
     QCOMPARE(bytes.mid(136, 6), QByteArray("en_GB\0", 6));
+    // Names whose 31st byte falls inside a character: the character goes
+    // whole, and what stays is valid UTF-8.
+    const auto nameField = [&request](const QString &name) {
+        request.fullName = name.toUtf8();
+        const QByteArray field = encodeRequest(request).mid(104, 32);
+        return field.left(field.indexOf('\0'));
+    };
+    QCOMPARE(nameField(QStringLiteral("Żółć Łęczyńska-Ślęzakówna")),
+             QStringLiteral("Żółć Łęczyńska-Ślęzak").toUtf8()); // 30 of 31 bytes
+    QCOMPARE(nameField(QStringLiteral("山田太郎山田太郎山田太郎")),
+             QStringLiteral("山田太郎山田太郎山田").toUtf8());
+    QCOMPARE(nameField(QStringLiteral("abcdefghijklmnopqrstuvwxyz12\U0001F600")),
+             QByteArray("abcdefghijklmnopqrstuvwxyz12"));
 
     Reply reply{7, 0x1021, QStringLiteral("Orvex"), QStringLiteral("http://x.example/u"),
                 QStringLiteral("4711")};
@@ -233,25 +254,34 @@ void TestUpdateCheck::comparison_data()
 {
     QTest::addColumn<quint32>("version");
     QTest::addColumn<QString>("build");
+    QTest::addColumn<qint64>("running");
     QTest::addColumn<bool>("offers");
-    QTest::newRow("newer") << quint32(0x502) << "100" << true;
-    QTest::newRow("same version, higher build") << quint32(0x501) << "101" << true;
-    QTest::newRow("lower version, higher build") << quint32(0x500) << "101" << true;
-    QTest::newRow("same") << quint32(0x501) << "100" << false;
-    QTest::newRow("older") << quint32(0x500) << "99" << false;
-    QTest::newRow("build text with a tail") << quint32(0x501) << "100 (beta)" << false;
-    QTest::newRow("no build number") << quint32(0x501) << "" << false;
+    QTest::newRow("newer") << quint32(0x502) << "100" << qint64(100) << true;
+    QTest::newRow("same version, higher build") << quint32(0x501) << "101" << qint64(100) << true;
+    QTest::newRow("lower version, higher build") << quint32(0x500) << "101" << qint64(100) << true;
+    QTest::newRow("same") << quint32(0x501) << "100" << qint64(100) << false;
+    QTest::newRow("older") << quint32(0x500) << "99" << qint64(100) << false;
+    QTest::newRow("build text with a tail")
+        << quint32(0x501) << "100 (beta)" << qint64(100) << false;
+    QTest::newRow("no build number") << quint32(0x501) << "" << qint64(100) << false;
+    // A build without version history knows its version but not its build.
+    QTest::newRow("unknown build, same version")
+        << quint32(0x501) << "4711" << kUnknownBuild << false;
+    QTest::newRow("unknown build, lower version")
+        << quint32(0x500) << "4711" << kUnknownBuild << false;
+    QTest::newRow("unknown build, newer version") << quint32(0x502) << "1" << kUnknownBuild << true;
 }
 
 void TestUpdateCheck::comparison()
 {
     QFETCH(quint32, version);
     QFETCH(QString, build);
+    QFETCH(qint64, running);
     QFETCH(bool, offers);
     Reply reply;
     reply.version = version;
     reply.build = build;
-    QCOMPARE(offersUpdate(reply, 0x501, 100), offers);
+    QCOMPARE(offersUpdate(reply, 0x501, running), offers);
 }
 
 void TestUpdateCheck::replies_data()
@@ -312,6 +342,19 @@ void TestUpdateCheck::yesOpensThePage()
              QList<QUrl>{QUrl(QStringLiteral("http://127.0.0.1/orvex/update.html"))});
 }
 
+void TestUpdateCheck::yesOpensOnlyWebAddresses()
+{
+    QVERIFY(startServer(QStringLiteral("fileurl")));
+    QStringList logged;
+    HXSystemLog::setSink([&logged](const QString &line) { logged.append(line); });
+    QCOMPARE(runCheck(true, QStringLiteral("Yes"), nullptr), HXUpdateCheck::UpdateAvailable);
+    HXSystemLog::setSink(nullptr);
+    QVERIFY2(m_browser.opened.isEmpty(), qPrintable(m_browser.opened.value(0).toString()));
+    QCOMPARE(logged.size(), 1);
+    QVERIFY2(logged.first().contains(QLatin1String("file:///etc/passwd")),
+             qPrintable(logged.first()));
+}
+
 void TestUpdateCheck::backgroundCheckTellsOnlyOfUpdates()
 {
     QStringList shown;
@@ -330,6 +373,42 @@ void TestUpdateCheck::backgroundCheckTellsOnlyOfUpdates()
     QVERIFY(!shown.isEmpty());
 }
 
+void TestUpdateCheck::unknownBuildIsNotOfferedItsOwnVersion()
+{
+    HXUpdateCheck::setRunningReleaseForTesting(QStringLiteral("5.0.1"), kUnknownBuild);
+    QCOMPARE(HXUpdateCheck::runningBuild(), kUnknownBuild);
+    QVERIFY(startServer(QStringLiteral("samehigherbuild")));
+    QStringList shown;
+    QCOMPARE(runCheck(true, QStringLiteral("OK"), &shown), HXUpdateCheck::NoUpdate);
+    QCOMPARE(shown.value(0),
+             QStringLiteral(
+                 "You are running version 5.0.1, which is the most current version available."));
+}
+
+void TestUpdateCheck::secondClickWhileRunningStartsNothing()
+{
+    QVERIFY(startServer(QStringLiteral("same")));
+    QList<HXUpdateCheck::Outcome> outcomes;
+    HXUpdateCheck::setFinishedHandlerForTesting(
+        [&outcomes](HXUpdateCheck::Outcome o) { outcomes.append(o); });
+    TestSupport::AlertAnswerer answerer(QStringLiteral("OK"));
+    QVERIFY(HXUpdateCheck::checkForUpdate(true));
+    QVERIFY(HXUpdateCheck::isCheckRunning());
+    QVERIFY(!HXUpdateCheck::checkForUpdate(true));
+    QVERIFY(QTest::qWaitFor([&outcomes] { return !outcomes.isEmpty(); }, 60000));
+    QVERIFY(!HXUpdateCheck::isCheckRunning());
+    // Once it has ended, a new click starts a new check; its end is also the
+    // marker that no second check from the ignored click is still on its way.
+    m_server->kill();
+    m_server->waitForFinished();
+    QVERIFY(startServer(QStringLiteral("same")));
+    QVERIFY(HXUpdateCheck::checkForUpdate(true));
+    QVERIFY(QTest::qWaitFor([&outcomes] { return outcomes.size() >= 2; }, 60000));
+    QCOMPARE(outcomes,
+             (QList<HXUpdateCheck::Outcome>{HXUpdateCheck::NoUpdate, HXUpdateCheck::NoUpdate}));
+    QCOMPARE(answerer.alerts().size(), 2);
+}
+
 void TestUpdateCheck::silentServerTimesOutWhileTheWindowRuns()
 {
     HXUpdateCheck::setLimitsForTesting({2000, 400});
@@ -342,15 +421,29 @@ void TestUpdateCheck::silentServerTimesOutWhileTheWindowRuns()
                                                 : QStringLiteral("other"));
     });
     TestSupport::AlertAnswerer answerer(QStringLiteral("OK"));
+    // The worker logs its time-out just before it hands the failure over.
+    QMutex logLock;
     QStringList logged;
-    HXSystemLog::setSink([&logged](const QString &line) { logged.append(line); });
+    HXSystemLog::setSink([&logged, &logLock](const QString &line) {
+        QMutexLocker locker(&logLock);
+        logged.append(line);
+    });
     HXUpdateCheck::checkForUpdate(true);
     // The request has arrived: the server is now the one keeping us waiting.
     QCOMPARE(serverReport().value(QStringLiteral("problems")).toArray(), QJsonArray());
-    QTimer::singleShot(0, [&order] { order.append(QStringLiteral("tick")); });
+    // The tick must come while the worker still waits, not from within the
+    // error alert's own event loop after the time-out.
+    bool tickedWhileWaiting = false;
+    QTimer::singleShot(0, [&] {
+        QMutexLocker locker(&logLock);
+        tickedWhileWaiting =
+            logged.isEmpty() && !QApplication::activeModalWidget() && answerer.alerts().isEmpty();
+        order.append(QStringLiteral("tick"));
+    });
     QVERIFY(QTest::qWaitFor([&order] { return order.contains(QStringLiteral("failed")); }, 60000));
     HXSystemLog::setSink(nullptr);
     QCOMPARE(order, (QStringList{QStringLiteral("tick"), QStringLiteral("failed")}));
+    QVERIFY(tickedWhileWaiting);
     QVERIFY(logged.value(0).contains(QLatin1String("read: 0 of 368 bytes within 400 ms")));
     QCOMPARE(answerer.alerts().size(), 1);
     QCOMPARE(answerer.alerts().first().first(),
@@ -386,6 +479,23 @@ void TestUpdateCheck::noServer()
     qputenv("ORVEX_UPDATE_SERVER", "updates.orvex.invalid");
     QCOMPARE(runCheck(true, QStringLiteral("OK"), &shown), HXUpdateCheck::Failed);
     QCOMPARE(shown.value(1), QStringLiteral("The server may be temporarily unavailable."));
+}
+
+void TestUpdateCheck::defaultPortIs1055()
+{
+    HXUpdateCheck::resetForTesting();
+    QCOMPARE(HXUpdateCheck::serverPort(), quint16(1055));
+    // The server on the protocol's own port, and a check left to its default.
+    qputenv("UPDATE_SERVER_PORT", "1055");
+    const quint16 port = startServer(QStringLiteral("same"));
+    qunsetenv("UPDATE_SERVER_PORT");
+    if (!port)
+        QSKIP("port 1055 is taken on this machine");
+    QCOMPARE(port, quint16(1055));
+    HXUpdateCheck::resetForTesting();
+    HXUpdateCheck::setRunningReleaseForTesting(QStringLiteral("5.0.1"), kBuild);
+    QCOMPARE(runCheck(true, QStringLiteral("OK"), nullptr), HXUpdateCheck::NoUpdate);
+    QCOMPARE(serverReport().value(QStringLiteral("problems")).toArray(), QJsonArray());
 }
 
 int main(int argc, char **argv)

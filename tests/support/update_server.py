@@ -13,6 +13,7 @@ one JSON line with the problems it found, then answers as MODE says:
   samehigherbuild the same version with a higher build number
   lowerhigherbuild a lower version with a higher build number
   same            the same version and build
+  fileurl         a newer version whose page is file:///etc/passwd
   short           a reply of 367 bytes, then closes
   silent          accepts and never answers
   backlog         never accepts; its queue is full, so a connect hangs
@@ -61,7 +62,8 @@ def check_request(record, expected):
     name = entry.pw_gecos.split(",")[0] or entry.pw_name
     full_name, p = text_field(record, 104, 32)
     problems += p
-    if full_name != name.encode()[:31]:
+    # Cut to its field on a character boundary.
+    if full_name != name.encode()[:31].decode("utf-8", "ignore").encode():
         problems.append(f"full name {full_name!r}, expected {name!r}")
     locale, p = text_field(record, 136, 32)
     problems += p
@@ -88,7 +90,12 @@ def main():
     mode = sys.argv[1]
     expected = json.loads(sys.argv[2])
     listener = socket.socket(socket.AF_INET, socket.SOCK_STREAM)
-    listener.bind(("127.0.0.1", 0))
+    # UPDATE_SERVER_PORT asks for a given port; without it, any free one.
+    try:
+        listener.bind(("127.0.0.1", int(os.environ.get("UPDATE_SERVER_PORT", "0"))))
+    except OSError as error:
+        print(f"no port: {error}", flush=True)
+        return
     if mode == "backlog":
         # A queue of one, taken by a connection of our own: the kernel drops
         # every further handshake, so the next connect waits.
@@ -120,6 +127,8 @@ def main():
         connection.sendall(reply(running - 1, "Orvex", url, str(build + 1)))
     elif mode == "same":
         connection.sendall(reply(running, "Orvex", url, str(build)))
+    elif mode == "fileurl":
+        connection.sendall(reply(running + 1, "Orvex", "file:///etc/passwd", str(build)))
     elif mode == "short":
         connection.sendall(reply(running + 1, "Orvex", url, str(build))[:REPLY_SIZE - 1])
     elif mode == "silent":

@@ -11,6 +11,7 @@
 #include <QWebEnginePage>
 #include <QWebEngineProfile>
 #include <QWebEngineView>
+#include <algorithm>
 #include <memory>
 #include <unistd.h>
 
@@ -83,6 +84,17 @@ public:
             m_view->stop();
             report(false);
         });
+        // The page's own limit counts from the moment its request goes out:
+        // before that, the first load of a session waits for Chromium's
+        // processes to start, which on a busy machine alone can take longer
+        // than any page should, and the page would be given up for the
+        // session before it was ever asked for.
+        QObject::connect(m_view, &QWebEngineView::loadStarted, m_view, [this] {
+            if (!m_timedOut && !m_reported && m_waitingForStart) {
+                m_waitingForStart = false;
+                m_timeout.start(m_pageTimeoutMilliseconds);
+            }
+        });
         QObject::connect(m_view, &QWebEngineView::loadFinished, m_view, [this](bool ok) {
             // Only the load asked for counts: a link refused later ends its
             // own navigation as "failed" while the page stays as it was.
@@ -106,7 +118,10 @@ public:
     {
         m_timedOut = false;
         m_reported = false;
-        m_timeout.start(timeoutMilliseconds);
+        m_waitingForStart = true;
+        m_pageTimeoutMilliseconds = timeoutMilliseconds;
+        // A Chromium that never gets going still ends in the offline picture.
+        m_timeout.start(std::max(timeoutMilliseconds, kStartAllowanceMilliseconds));
         m_view->load(url);
     }
 
@@ -124,7 +139,10 @@ private:
     QWebEngineProfile *m_profile = nullptr;
     // The view may go with the window it sits in before this object goes.
     QPointer<QWebEngineView> m_view;
+    static constexpr int kStartAllowanceMilliseconds = 20000;
     QTimer m_timeout;
+    int m_pageTimeoutMilliseconds = 0;
+    bool m_waitingForStart = false;
     bool m_timedOut = false;
     bool m_reported = false;
 };
