@@ -190,8 +190,10 @@ private Q_SLOTS:
         };
         for (const auto &[name, action] : actions) {
             const qint64 stall = stallOf(action);
-            // A call waiting on the daemon would take its whole time-out (3 s).
-            QVERIFY2(stall < 1000,
+            // A call waiting on the daemon would take its whole time-out
+            // (3 s); a sanitizer build on a busy machine can take over a
+            // second to repaint after a tab change, which is not a wait.
+            QVERIFY2(stall < 2500,
                      qPrintable(QStringLiteral("%1: %2 ms").arg(QLatin1String(name)).arg(stall)));
             QVERIFY(standin.isRunning());
         }
