@@ -86,8 +86,9 @@ int main(int argc, char **argv)
         QSignalSpy finished(&reporter, &ZRHelpReporterWindowController::reportFinished);
         reporter.sendReportDialogAction();
         ZRSendingReportProgress *progress = reporter.sendingReportProgress();
-        if (!QTest::qWaitFor([progress] { return progress->progressIndicator()->value() >= 40; },
-                             20000))
+        if (!QTest::qWaitFor(
+                [progress] { return progress->sendingReportProgressIndicator()->value() >= 40; },
+                20000))
             return 1;
         save(progress, out + QStringLiteral("/support-progress-collecting.png"));
         finished.wait(20000);

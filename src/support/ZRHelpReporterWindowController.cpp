@@ -212,7 +212,7 @@ void ZRHelpReporterWindowController::sendReportWithSubject(const QString &subjec
 void ZRHelpReporterWindowController::wireButton(const QString &title,
                                                 void (ZRHelpReporterWindowController::*action)())
 {
-    QPushButton *button = m_progress->button();
+    QPushButton *button = m_progress->sendingReportCancelButton();
     button->disconnect(this);
     button->setText(title);
     button->setAccessibleName(title);
@@ -236,19 +236,20 @@ void ZRHelpReporterWindowController::startReport(const QString &subject, const Q
     m_isSendingReport = true;
     m_awaitingClose = false;
 
-    m_progress->progressIndicator()->setValue(0);
+    m_progress->sendingReportProgressIndicator()->setValue(0);
     setIcon(m_progress->iconLabel(), QStringLiteral("orvex.svg"), tr("Orvex"));
     m_progress->setWindowTitle(saveFolder.isEmpty() ? tr("Sending Report") : tr("Saving Report"));
-    m_progress->sendingMessageField()->setText(
+    m_progress->sendingReportProgressMessageField()->setText(
         saveFolder.isEmpty() ? tr("Collecting information about this computer and sending it to "
                                   "Talvorn Tech Support…")
                              : tr("Collecting information about this computer…"));
-    m_progress->sendingMessageField()->show();
-    m_progress->sentMessageField()->hide();
+    m_progress->sendingReportProgressMessageField()->show();
+    m_progress->sendingReportProgressMessageSentField()->hide();
     m_progress->failureMessageField()->hide();
     m_progress->saveReportButton()->hide();
-    m_progress->progressIndicator()->show();
-    m_progress->progressIndicator()->setRange(0, 0); // indeterminate until a block is done
+    m_progress->sendingReportProgressIndicator()->show();
+    // Indeterminate until a block is done.
+    m_progress->sendingReportProgressIndicator()->setRange(0, 0);
     wireButton(QCoreApplication::translate("HelpReporter", "Cancel"),
                &ZRHelpReporterWindowController::cancelSendingReport);
     m_progress->show();
@@ -265,7 +266,7 @@ void ZRHelpReporterWindowController::startReport(const QString &subject, const Q
 
 void ZRHelpReporterWindowController::blockFinished(int share)
 {
-    QProgressBar *bar = m_progress->progressIndicator();
+    QProgressBar *bar = m_progress->sendingReportProgressIndicator();
     if (bar->maximum() == 0)
         bar->setRange(0, 100);
     bar->setValue(bar->value() + share);
@@ -277,9 +278,10 @@ void ZRHelpReporterWindowController::sendReportPrepareCompletion(bool cancelled)
         sendReportSendCompletion(SMTP_AGENT::Success);
         return;
     }
-    m_progress->button()->setEnabled(false);
+    m_progress->sendingReportCancelButton()->setEnabled(false);
     if (!m_saveFolder.isEmpty()) {
-        m_progress->progressIndicator()->setValue(m_progress->progressIndicator()->maximum());
+        m_progress->sendingReportProgressIndicator()->setValue(
+            m_progress->sendingReportProgressIndicator()->maximum());
         if (copyArchivesTo(m_saveFolder)) {
             showDone(
                 tr("The report has been saved in %1.").arg(QDir::toNativeSeparators(m_saveFolder)));
@@ -314,8 +316,8 @@ void ZRHelpReporterWindowController::sendReportPrepareCompletion(bool cancelled)
     request.usePOPAuth = false;
     m_collector->runOnQueue([mailer = m_options.mailer, request] { return mailer(request); },
                             [this](unsigned result) {
-                                m_progress->progressIndicator()->setValue(
-                                    m_progress->progressIndicator()->maximum());
+                                m_progress->sendingReportProgressIndicator()->setValue(
+                                    m_progress->sendingReportProgressIndicator()->maximum());
                                 Q_EMIT mailed(result);
                                 sendReportSendCompletion(result);
                             });
@@ -337,22 +339,22 @@ void ZRHelpReporterWindowController::sendReportSendCompletion(unsigned resultCod
 void ZRHelpReporterWindowController::showDone(const QString &message)
 {
     setIcon(m_progress->iconLabel(), QStringLiteral("OrvexPassed.svg"), tr("Done"));
-    m_progress->sendingMessageField()->hide();
-    m_progress->sentMessageField()->setText(message);
-    m_progress->sentMessageField()->show();
-    m_progress->progressIndicator()->hide();
+    m_progress->sendingReportProgressMessageField()->hide();
+    m_progress->sendingReportProgressMessageSentField()->setText(message);
+    m_progress->sendingReportProgressMessageSentField()->show();
+    m_progress->sendingReportProgressIndicator()->hide();
     wireButton(tr("OK"), &ZRHelpReporterWindowController::closeSendingReport);
-    m_progress->button()->setFocus();
+    m_progress->sendingReportCancelButton()->setFocus();
 }
 
 void ZRHelpReporterWindowController::showFailure(const QString &message)
 {
     setIcon(m_progress->iconLabel(), QStringLiteral("warning.svg"), tr("Failed"));
-    m_progress->sendingMessageField()->hide();
+    m_progress->sendingReportProgressMessageField()->hide();
     m_failureSentence = message;
     m_progress->failureMessageField()->setText(message);
     m_progress->failureMessageField()->show();
-    m_progress->progressIndicator()->hide();
+    m_progress->sendingReportProgressIndicator()->hide();
     m_progress->saveReportButton()->setVisible(m_folder && m_folder->isValid());
     wireButton(tr("Close"), &ZRHelpReporterWindowController::closeSendingReport);
     m_awaitingClose = true;
@@ -376,7 +378,7 @@ void ZRHelpReporterWindowController::saveReportAfterFailure()
     if (copyArchivesTo(folder)) {
         text += tr("The report has been saved in %1.").arg(QDir::toNativeSeparators(folder));
         m_progress->saveReportButton()->hide();
-        m_progress->button()->setFocus();
+        m_progress->sendingReportCancelButton()->setFocus();
     } else {
         text += tr("The report could not be saved in %1.").arg(QDir::toNativeSeparators(folder));
     }

@@ -16,11 +16,11 @@ public:
     explicit ZRSendingReportProgress(QWidget *parent = nullptr);
 
     QLabel *iconLabel() const { return m_icon; }
-    QLabel *sendingMessageField() const { return m_sending; }
-    QLabel *sentMessageField() const { return m_sent; }
+    QLabel *sendingReportProgressMessageField() const { return m_sending; }
+    QLabel *sendingReportProgressMessageSentField() const { return m_sent; }
     QLabel *failureMessageField() const { return m_failure; }
-    QProgressBar *progressIndicator() const { return m_progress; }
-    QPushButton *button() const { return m_button; }
+    QProgressBar *sendingReportProgressIndicator() const { return m_progress; }
+    QPushButton *sendingReportCancelButton() const { return m_button; }
     QPushButton *saveReportButton() const { return m_save; }
 
 Q_SIGNALS:

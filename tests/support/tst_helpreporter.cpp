@@ -267,8 +267,8 @@ void HelpReporterTest::blocksRunConcurrentlyEachInOrder()
     ZRHelpReporterWindowController reporter(o);
     QSignalSpy finished(&reporter, &ZRHelpReporterWindowController::reportFinished);
     QList<int> progress;
-    connect(reporter.sendingReportProgress()->progressIndicator(), &QProgressBar::valueChanged,
-            this, [&progress](int value) {
+    connect(reporter.sendingReportProgress()->sendingReportProgressIndicator(),
+            &QProgressBar::valueChanged, this, [&progress](int value) {
                 if (value > 0)
                     progress << value;
             });
@@ -333,11 +333,11 @@ void HelpReporterTest::sendsAndCleansUp()
              QStringLiteral("ann@example.org"));
     QVERIFY(!QFileInfo::exists(folder));
     ZRSendingReportProgress *progress = reporter.sendingReportProgress();
-    QVERIFY(progress->sentMessageField()->isVisible());
-    QVERIFY(!progress->sendingMessageField()->isVisible());
+    QVERIFY(progress->sendingReportProgressMessageSentField()->isVisible());
+    QVERIFY(!progress->sendingReportProgressMessageField()->isVisible());
     QVERIFY(!progress->failureMessageField()->isVisible());
-    QCOMPARE(progress->button()->text(), QStringLiteral("OK"));
-    QTest::mouseClick(progress->button(), Qt::LeftButton);
+    QCOMPARE(progress->sendingReportCancelButton()->text(), QStringLiteral("OK"));
+    QTest::mouseClick(progress->sendingReportCancelButton(), Qt::LeftButton);
     QVERIFY(!progress->isVisible());
     QVERIFY(!reporter.isSendingReport());
 }
@@ -361,7 +361,7 @@ void HelpReporterTest::failureOffersSaveAndCleansUpOnClose()
     const QString folder = reporter.reportFolderPath();
     ZRSendingReportProgress *progress = reporter.sendingReportProgress();
     QVERIFY(progress->failureMessageField()->isVisible());
-    QVERIFY(!progress->sentMessageField()->isVisible());
+    QVERIFY(!progress->sendingReportProgressMessageSentField()->isVisible());
     QCOMPARE(progress->failureMessageField()->text(),
              QStringLiteral("The report could not be sent because the support mail server could "
                             "not be reached (error 116)."));
@@ -418,13 +418,15 @@ void HelpReporterTest::saveReportInstead()
     QVERIFY(QFileInfo::exists(saveIn.filePath(QStringLiteral("OrvexLogs 2.zip"))));
     QVERIFY(earlier.open(QIODevice::ReadOnly));
     QCOMPARE(earlier.readAll(), QByteArray("earlier"));
-    QVERIFY(reporter.sendingReportProgress()->sentMessageField()->text().contains(saveIn.path()));
+    QVERIFY(
+        reporter.sendingReportProgress()->sendingReportProgressMessageSentField()->text().contains(
+            saveIn.path()));
 
     // The same reporter mails next: its sent state says so, not where the last one was saved.
     reporter.sendReportWithSubject(QStringLiteral("s"), QString());
     QVERIFY(finished.wait(30000));
     QCOMPARE(mails, 1);
-    QCOMPARE(reporter.sendingReportProgress()->sentMessageField()->text(),
+    QCOMPARE(reporter.sendingReportProgress()->sendingReportProgressMessageSentField()->text(),
              QStringLiteral("Your report has been sent to Talvorn Tech Support. Thank you."));
 }
 
@@ -504,7 +506,8 @@ void HelpReporterTest::cancelDuringProfile()
     const pid_t pid = f.readAll().trimmed().toInt();
     QVERIFY(pid > 0);
     QCOMPARE(kill(pid, 0), 0);
-    QTest::mouseClick(reporter.sendingReportProgress()->button(), Qt::LeftButton);
+    QTest::mouseClick(reporter.sendingReportProgress()->sendingReportCancelButton(),
+                      Qt::LeftButton);
     QVERIFY(!reporter.sendingReportProgress()->isVisible());
     QVERIFY(finished.wait(30000));
     QCOMPARE(kill(pid, 0), -1); // ended and reaped
@@ -572,7 +575,7 @@ void HelpReporterTest::closingTheWindowNeverJamsTheReporter()
     reporter.sendReportWithSubject(QStringLiteral("s"), QString());
     QVERIFY(finished.wait(30000));
     QCOMPARE(mailing.load(), 2);
-    QVERIFY(progress->sentMessageField()->isVisible());
+    QVERIFY(progress->sendingReportProgressMessageSentField()->isVisible());
 }
 
 void HelpReporterTest::plantedLinksAreLeftAlone()
