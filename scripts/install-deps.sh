@@ -9,7 +9,7 @@ packages=(
     qt6-base-dev qt6-base-dev-tools libgl-dev qt6-svg-dev libqt6sql6-sqlite
     qt6-webengine-dev qt6-declarative-dev
     fonts-comfortaa fonts-jura
-    libplist-dev libplist-utils libudev-dev
+    libplist-dev libplist-utils libudev-dev libblkid-dev
     libbenchmark-dev
     libssl-dev zip python3-aiosmtpd
     python3
@@ -17,6 +17,8 @@ packages=(
     clang libclang-rt-14-dev
     poppler-utils xvfb xauth desktop-file-utils appstream
     at-spi2-core python3-pyatspi xdotool
+    zlib1g-dev smartmontools e2fsprogs fdisk gdisk dosfstools memtester
+    python3-prometheus-client systemd
 )
 
 missing=()

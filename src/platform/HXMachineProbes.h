@@ -1,5 +1,7 @@
 #pragma once
 
+#include "HXSystemRoot.h"
+
 #include <QString>
 
 // The machine as the version rules see it: the compatibility version 10.15.0
@@ -38,12 +40,13 @@ public:
 };
 
 // The probes of this machine: /sys/class/power_supply, udev's block disks,
-// /proc/mdstat. The folders can be pointed elsewhere for tests.
+// /proc/mdstat, under ORVEX_SYSROOT when it is set. The folders can be
+// pointed elsewhere for tests.
 class HXLinuxMachineProbes : public HXMachineProbes
 {
 public:
-    QString powerSupplyFolder = QStringLiteral("/sys/class/power_supply");
-    QString mdstatFile = QStringLiteral("/proc/mdstat");
+    QString powerSupplyFolder = HXSystemRoot::map(QStringLiteral("/sys/class/power_supply"));
+    QString mdstatFile = HXSystemRoot::map(QStringLiteral("/proc/mdstat"));
 
     bool hasInternalBattery() const override;
     bool smartExists() const override;

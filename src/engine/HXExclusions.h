@@ -1,0 +1,34 @@
+#pragma once
+
+#include "HXEngineTypes.h"
+
+#include <QVariantList>
+
+// The user's test exclusions as the idle daemon keeps them: a list of
+// dictionaries with "path" and the three flags "isExcludedFromFileTest",
+// "isExcludedFromVolTest" and "isExcludedFromSurfaceScanTest". A volume is
+// named by its mount point (or its device node); a file or folder by its path.
+class HXExclusions
+{
+public:
+    HXExclusions() = default;
+    static HXExclusions fromEntries(const QVariantList &entries);
+
+    bool isEmpty() const { return m_entries.isEmpty(); }
+    bool excludesFromVolumeTest(const HXVolume &volume) const;
+    bool excludesFromSurfaceScan(const HXVolume &volume) const;
+    // The path is an excluded path or lies inside an excluded folder.
+    bool excludesFromFileTest(const QString &path) const;
+
+private:
+    struct Entry
+    {
+        QString path;
+        bool fileTest = false;
+        bool volumeTest = false;
+        bool surfaceScan = false;
+    };
+    bool namesVolume(const Entry &entry, const HXVolume &volume) const;
+
+    QList<Entry> m_entries;
+};
