@@ -13,6 +13,7 @@
 struct HXEngineContext
 {
     QList<HXBlockDisk> disks;  // the disks to test (all the machine's, or those named)
+    bool disksNamed = false;   // the user named the disks: test no other device
     QList<HXVolume> volumes;   // the file systems on those disks
     HXExclusions exclusions;   // the user's, as the idle daemon holds them
     QString stateFolder;       // where tests keep what must outlive a pass (resume points, log cursors)
