@@ -3,7 +3,6 @@
 #include <QDeadlineTimer>
 #include <QProcessEnvironment>
 #include <QThread>
-
 #include <signal.h>
 
 StandinProcess::StandinProcess(QString root)
@@ -17,9 +16,16 @@ StandinProcess::~StandinProcess()
         stop();
 }
 
+void StandinProcess::setProgram(const QString &path, const QString &servingLine)
+{
+    m_program = path;
+    m_servingLine = servingLine;
+}
+
 bool StandinProcess::start(const QStringList &arguments)
 {
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(m_extra);
     env.insert(QStringLiteral("ORVEX_ROOT"), m_root);
     env.insert(QStringLiteral("ORVEX_DAEMON_BUS"), QStringLiteral("session"));
     env.insert(QStringLiteral("XDG_CONFIG_HOME"), m_root + QStringLiteral("/config"));
@@ -27,12 +33,12 @@ bool StandinProcess::start(const QStringList &arguments)
     m_process.setProcessChannelMode(QProcess::SeparateChannels);
     m_process.setStandardOutputFile(QProcess::nullDevice());
     m_errors.clear();
-    m_process.start(QStringLiteral(ORVEX_STANDIN_PATH), arguments);
+    m_process.start(m_program, arguments);
     if (!m_process.waitForStarted(5000))
         return false;
     const QDeadlineTimer deadline(10000);
     while (!deadline.hasExpired()) {
-        if (standardError().contains(QLatin1String("orvex-standin: serving ")))
+        if (standardError().contains(m_servingLine))
             return true;
         if (!isRunning())
             return false;

@@ -12,6 +12,12 @@ public:
     explicit StandinProcess(QString root);
     ~StandinProcess();
 
+    // Another daemon of ours in place of the stand-in (the real worker), and
+    // the start of the line on standard error with which it says it serves.
+    void setProgram(const QString &path, const QString &servingLine);
+    // Further variables for the child (ORVEX_SYSROOT, PATH...).
+    void setEnvironment(const QString &name, const QString &value) { m_extra.insert(name, value); }
+
     // Starts and waits until it serves; false (with its output in
     // standardError()) when it did not.
     bool start(const QStringList &arguments = {});
@@ -26,6 +32,9 @@ public:
 
 private:
     QString m_root;
+    QString m_program = QStringLiteral(ORVEX_STANDIN_PATH);
+    QString m_servingLine = QStringLiteral("orvex-standin: serving ");
+    QProcessEnvironment m_extra;
     QProcess m_process;
     QString m_errors;
 };

@@ -22,9 +22,9 @@ public:
     // The disk's file systems: its partitions, or the disk itself when it
     // holds a file system without a partition map.
     static QList<HXVolume> volumesOf(const HXBlockDisk &disk);
-    // Mounted file systems whose devices are not among the disks above
-    // (network, virtual and pseudo file systems left out): for the tests that
-    // read the kernel's records of mounted file systems.
+    // Every mounted file system that lives on a block device (network,
+    // virtual and pseudo file systems left out), once each: for the tests
+    // that read the kernel's records of mounted file systems.
     static QList<HXVolume> mountedVolumes();
 
     // A disk's stable identity: the device's world-wide name, else the GPT

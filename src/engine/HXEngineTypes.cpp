@@ -51,6 +51,7 @@ QVariantMap HXVolume::diskInfo() const
     return {{QStringLiteral("uuid"), uuid.isEmpty() ? kernelName : uuid},
             {HXBSDNameKey, kernelName},
             {HXVolumeNameKey, displayName()},
-            {HXDeviceNameAndSizeKey, sizeBytes > 0 ? QStringLiteral("%1 (%2)").arg(displayName(), HXSizeText(sizeBytes))
-                                                   : displayName()}};
+            {HXDeviceNameAndSizeKey,
+             sizeBytes > 0 ? QStringLiteral("%1 (%2)").arg(displayName(), HXSizeText(sizeBytes))
+                           : displayName()}};
 }

@@ -23,12 +23,12 @@ HXTestResultRef HXMakeTestResult(HXTest test, const HXTestFinding &finding);
 // A whole disk as the disk tests see it.
 struct HXBlockDisk
 {
-    QString kernelName;      // "sda", "nvme0n1", "loop3"
-    QString devicePath;      // "/dev/sda": always the real node
-    QString model;           // the device's model, empty when the kernel does not say
+    QString kernelName; // "sda", "nvme0n1", "loop3"
+    QString devicePath; // "/dev/sda": always the real node
+    QString model;      // the device's model, empty when the kernel does not say
     qint64 sizeBytes = 0;
     int logicalBlockSize = 512;
-    QString uuid;            // stable across boots: see HXBlockDevices::diskIdentity
+    QString uuid; // stable across boots: see HXBlockDevices::diskIdentity
 
     // "WDC WD40EFRX-68N32N0 (4.0 TB)"; the kernel name when there is no model.
     QString nameAndSize() const;
@@ -40,15 +40,15 @@ struct HXBlockDisk
 // A file system on a disk or partition, mounted or not.
 struct HXVolume
 {
-    QString kernelName;      // "sda1"
-    QString devicePath;      // "/dev/sda1"
-    QString diskKernelName;  // "sda"
-    QString fsType;          // "ext4", "vfat", "xfs", "btrfs", ...
-    QString uuid;            // the file system's UUID
+    QString kernelName;     // "sda1"
+    QString devicePath;     // "/dev/sda1"
+    QString diskKernelName; // "sda"
+    QString fsType;         // "ext4", "vfat", "xfs", "btrfs", ...
+    QString uuid;           // the file system's UUID
     QString label;
-    QString mountPoint;      // empty when not mounted
+    QString mountPoint; // empty when not mounted
     bool mountedReadWrite = false;
-    qint64 startBytes = 0;   // on its disk
+    qint64 startBytes = 0; // on its disk
     qint64 sizeBytes = 0;
 
     QString displayName() const; // the label, else the mount point, else the kernel name

@@ -12,11 +12,11 @@
 // and look at `cancelled` often enough to stop within a second or so.
 struct HXEngineContext
 {
-    QList<HXBlockDisk> disks;  // the disks to test (all the machine's, or those named)
-    bool disksNamed = false;   // the user named the disks: test no other device
-    QList<HXVolume> volumes;   // the file systems on those disks
-    HXExclusions exclusions;   // the user's, as the idle daemon holds them
-    QString stateFolder;       // where tests keep what must outlive a pass (resume points, log cursors)
+    QList<HXBlockDisk> disks; // the disks to test (all the machine's, or those named)
+    bool disksNamed = false;  // the user named the disks: test no other device
+    QList<HXVolume> volumes;  // the file systems on those disks
+    HXExclusions exclusions;  // the user's, as the idle daemon holds them
+    QString stateFolder; // where tests keep what must outlive a pass (resume points, log cursors)
     qint64 memoryTestBytes = qint64(256) << 20;
     const std::atomic_bool *cancelled = nullptr;
     // A line for the worker's own log (what was skipped and why, a device not

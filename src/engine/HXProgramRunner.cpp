@@ -28,8 +28,8 @@ QString HXProgramRunner::find(const QString &program)
     return QStandardPaths::findExecutable(program);
 }
 
-HXProgramRun HXProgramRunner::run(const QString &program, const QStringList &arguments, int timeoutMs,
-                                  const std::atomic_bool *cancelled)
+HXProgramRun HXProgramRunner::run(const QString &program, const QStringList &arguments,
+                                  int timeoutMs, const std::atomic_bool *cancelled)
 {
     HXProgramRun result;
     const QString path = find(program);
@@ -56,7 +56,8 @@ HXProgramRun HXProgramRunner::run(const QString &program, const QStringList &arg
                 break;
             process.kill();
             process.waitForFinished(2000);
-            result.outcome = stop ? HXProgramRun::Outcome::Cancelled : HXProgramRun::Outcome::TimedOut;
+            result.outcome =
+                stop ? HXProgramRun::Outcome::Cancelled : HXProgramRun::Outcome::TimedOut;
             return result;
         }
     }

@@ -2,7 +2,7 @@
 
 #include "HXProductPaths.h"
 #include "HXSystemLog.h"
-#include "StandinFiles.h"
+#include "HXDaemonFiles.h"
 
 #include <QFile>
 
@@ -56,7 +56,7 @@ void IdleDaemonSettings::load()
     if (!QFile::exists(path))
         return;
     QString why;
-    const QVariant stored = StandinReadPlistFile(path, &why);
+    const QVariant stored = HXDaemonReadPlistFile(path, &why);
     if (stored.metaType().id() != QMetaType::QVariantMap) {
         const QString aside = path + QStringLiteral(".damaged");
         QFile::remove(aside);
@@ -75,7 +75,7 @@ void IdleDaemonSettings::load()
 void IdleDaemonSettings::save()
 {
     QString why;
-    if (!StandinWritePlistFile(file(), m_values, &why))
+    if (!HXDaemonWritePlistFile(file(), m_values, &why))
         HXSystemLog::write(
             QStringLiteral("Could not save the idle daemon's settings: %1").arg(why));
 }

@@ -9,8 +9,10 @@
 #include "HXStatusViewRemoteControlManager.h"
 #include "HXStopSignals.h"
 #include "HXSystemLog.h"
+#include "HXWorkerLogFile.h"
 #include "IdleDaemonService.h"
 #include "IdleScheduleObject.h"
+#include "ScenarioTestingPass.h"
 #include "StandinScenario.h"
 #include "WorkerDaemonService.h"
 #include "agent_adaptor.h"
@@ -224,7 +226,10 @@ int main(int argc, char **argv)
     HXStatusReporter *reporter = HXStatusReporter::sharedReporter();
     reporter->setDistributedNotificationCenter(&workerCenter);
 
-    WorkerDaemonService worker(*scenario, reporter, &workerCenter, quint16(options.statusViewPort));
+    // The worker's lines go to its log file as the real worker's do.
+    HXWorkerLogFile::install();
+    ScenarioTestingPass pass(*scenario, reporter);
+    WorkerDaemonService worker(&pass, &workerCenter, quint16(options.statusViewPort));
     worker.setExitDuringStatusCall(options.exitDuringStatusCall);
     new WorkerDaemonAdaptor(&worker);
     IdleDaemonService idle(&worker, scenario->systemSleepTimeAllowsIdleRun);

@@ -3,23 +3,22 @@
 #include "CommandSender.h"
 #include "HXConstants.h"
 #include "HXDBusNotificationCenter.h"
+#include "HXDaemonFiles.h"
 #include "HXProductPaths.h"
 #include "HXSystemLog.h"
-#include "StandinFiles.h"
 
 #include <QDateTime>
 #include <QFile>
 #include <cstdlib>
 
-WorkerDaemonService::WorkerDaemonService(const StandinScenario &scenario, HXStatusReporter *reporter,
-                                         HXDBusNotificationCenter *center, quint16 statusViewPort,
-                                         QObject *parent)
+WorkerDaemonService::WorkerDaemonService(HXTestingPass *pass, HXDBusNotificationCenter *center,
+                                         quint16 statusViewPort, QObject *parent)
     : QObject(parent)
-    , m_pass(scenario, reporter)
+    , m_pass(pass)
     , m_center(center)
     , m_statusViewPort(statusViewPort)
 {
-    connect(&m_pass, &TestingPass::testStarted, this, [this](HXTest test) {
+    connect(m_pass, &HXTestingPass::testStarted, this, [this](HXTest test) {
         // The test type counts the live tests of the pass, one to eight, so
         // a progress bar over 0...8 rises through a pass; the two tests
         // without a live status leave it where it is.
@@ -30,14 +29,14 @@ WorkerDaemonService::WorkerDaemonService(const StandinScenario &scenario, HXStat
             announce();
         }
     });
-    connect(&m_pass, &TestingPass::testFinished, this, [this](HXTest test, qint32 live) {
+    connect(m_pass, &HXTestingPass::testFinished, this, [this](HXTest test, qint32 live) {
         ++m_testsComplete;
         if (liveSlot(test) >= 0)
             setStatus(test, live);
         else
             announce();
     });
-    connect(&m_pass, &TestingPass::finished, this, &WorkerDaemonService::passFinished);
+    connect(m_pass, &HXTestingPass::finished, this, &WorkerDaemonService::passFinished);
 }
 
 int WorkerDaemonService::liveSlot(HXTest test)
@@ -68,26 +67,27 @@ int WorkerDaemonService::liveSlot(HXTest test)
 
 bool WorkerDaemonService::startTesting()
 {
-    if (m_pass.isRunning())
+    if (m_pass->isRunning())
         return false;
     m_live.fill(HXLiveTestStatusPending);
     m_testsComplete = 0;
     m_currentTestType = 0;
     HXSystemLog::write(QStringLiteral("Testing pass started"));
     announce();
-    return m_pass.start();
+    return m_pass->start();
 }
 
 void WorkerDaemonService::stopTesting()
 {
-    m_pass.stop();
+    m_pass->stop();
 }
 
 void WorkerDaemonService::passFinished(bool completed)
 {
     m_currentTestType = 0;
-    HXSystemLog::write(completed ? QStringLiteral("Testing pass finished: %1 tests complete").arg(m_testsComplete)
-                                 : QStringLiteral("Testing pass stopped after %1 tests").arg(m_testsComplete));
+    HXSystemLog::write(
+        completed ? QStringLiteral("Testing pass finished: %1 tests complete").arg(m_testsComplete)
+                  : QStringLiteral("Testing pass stopped after %1 tests").arg(m_testsComplete));
     recordPassInStore(completed);
     announce();
     tellStatusView(QStringLiteral("testingFinished"));
@@ -102,16 +102,18 @@ void WorkerDaemonService::recordPassInStore(bool completed)
     QVariantMap store;
     if (QFile::exists(path)) {
         QString why;
-        store = StandinReadPlistFile(path, &why).toMap();
+        store = HXDaemonReadPlistFile(path, &why).toMap();
     }
-    const QString key = completed ? QStringLiteral("passesCompleted") : QStringLiteral("passesStopped");
+    const QString key =
+        completed ? QStringLiteral("passesCompleted") : QStringLiteral("passesStopped");
     store.insert(key, store.value(key).toLongLong() + 1);
     store.insert(QStringLiteral("testsCompleted"),
                  store.value(QStringLiteral("testsCompleted")).toLongLong() + m_testsComplete);
     store.insert(QStringLiteral("lastPassDate"), QDateTime::currentDateTimeUtc());
     QString why;
-    if (!StandinWritePlistFile(path, store, &why))
-        HXSystemLog::write(QStringLiteral("Could not update the worker's store %1: %2").arg(path, why));
+    if (!HXDaemonWritePlistFile(path, store, &why))
+        HXSystemLog::write(
+            QStringLiteral("Could not update the worker's store %1: %2").arg(path, why));
 }
 
 qint32 WorkerDaemonService::status(HXTest test) const
@@ -131,8 +133,8 @@ void WorkerDaemonService::setStatus(HXTest test, qint32 status)
 
 void WorkerDaemonService::announce()
 {
-    m_center->postNotification(OrvexWorkerDaemonTestStatusChangedNotification, QStringLiteral("OrvexWorkerDaemon"),
-                                {}, true);
+    m_center->postNotification(OrvexWorkerDaemonTestStatusChangedNotification,
+                               QStringLiteral("OrvexWorkerDaemon"), {}, true);
     tellStatusView(QStringLiteral("updateTestStatus"));
 }
 
@@ -160,7 +162,7 @@ void WorkerDaemonService::deactivate()
 
 bool WorkerDaemonService::isActive()
 {
-    return m_pass.isRunning();
+    return m_pass->isRunning();
 }
 
 qint64 WorkerDaemonService::numTestsComplete()
@@ -173,9 +175,15 @@ qint32 WorkerDaemonService::currentTestType()
     return m_currentTestType;
 }
 
-#define LIVE_STATUS(getter, setter, test)                                                            \
-    qint32 WorkerDaemonService::getter() { return status(test); }                                   \
-    void WorkerDaemonService::setter(qint32 value) { setStatus(test, value); }
+#define LIVE_STATUS(getter, setter, test)                                                          \
+    qint32 WorkerDaemonService::getter()                                                           \
+    {                                                                                              \
+        return status(test);                                                                       \
+    }                                                                                              \
+    void WorkerDaemonService::setter(qint32 value)                                                 \
+    {                                                                                              \
+        setStatus(test, value);                                                                    \
+    }
 
 LIVE_STATUS(postStatus, setPostStatus, HXTest::POST)
 LIVE_STATUS(ioStatus, setIoStatus, HXTest::IO)

@@ -1,17 +1,18 @@
 #pragma once
 
 #include "HXStatusBoard.h"
-#include "TestingPass.h"
+#include "HXTestingPass.h"
 
 #include <QDBusConnection>
 #include <QObject>
-
 #include <array>
 
 class HXDBusNotificationCenter;
+class HXStatusReporter;
 
 // The worker daemon's published object: the live status of the eight tests
-// that have one, and the testing pass. Every change of a live status is
+// that have one, and the testing pass, whoever supplies its outcomes (the
+// stand-in's scenario or the machine itself). Every change of a live status is
 // announced twice, as the worker does: the distributed notification
 // "OrvexWorkerDaemonTestStatusChangedNotification" and the command
 // "updateTestStatus" to the status view's listener; "testingFinished" goes
@@ -21,13 +22,14 @@ class WorkerDaemonService : public QObject
     Q_OBJECT
 
 public:
-    WorkerDaemonService(const StandinScenario &scenario, HXStatusReporter *reporter,
-                        HXDBusNotificationCenter *center, quint16 statusViewPort, QObject *parent = nullptr);
+    // The pass is not owned and must outlive the service.
+    WorkerDaemonService(HXTestingPass *pass, HXDBusNotificationCenter *center,
+                        quint16 statusViewPort, QObject *parent = nullptr);
 
     // Starts a pass unless one runs; false when one did.
     bool startTesting();
     void stopTesting();
-    bool isTesting() const { return m_pass.isRunning(); }
+    bool isTesting() const { return m_pass->isRunning(); }
 
     static int liveSlot(HXTest test); // -1 for tests without a live status
 
@@ -71,7 +73,7 @@ private:
     void passFinished(bool completed);
     void recordPassInStore(bool completed);
 
-    TestingPass m_pass;
+    HXTestingPass *m_pass;
     HXDBusNotificationCenter *m_center;
     quint16 m_statusViewPort;
     std::array<qint32, 8> m_live{};

@@ -1,4 +1,4 @@
-#include "StandinFiles.h"
+#include "HXDaemonFiles.h"
 
 #include "AtomicFileWriter.h"
 #include "BinaryPlistWriter.h"
@@ -8,7 +8,7 @@
 #include <QFile>
 #include <QFileInfo>
 
-QVariant StandinReadPlistFile(const QString &path, QString *error)
+QVariant HXDaemonReadPlistFile(const QString &path, QString *error)
 {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly)) {
@@ -18,7 +18,7 @@ QVariant StandinReadPlistFile(const QString &path, QString *error)
     return readPropertyList(file.readAll(), error);
 }
 
-bool StandinWritePlistFile(const QString &path, const QVariant &value, QString *error)
+bool HXDaemonWritePlistFile(const QString &path, const QVariant &value, QString *error)
 {
     const QByteArray bytes = BinaryPlistWriter::write(value, error);
     if (bytes.isEmpty())

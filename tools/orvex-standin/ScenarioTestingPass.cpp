@@ -1,4 +1,4 @@
-#include "TestingPass.h"
+#include "ScenarioTestingPass.h"
 
 #include "HXConstants.h"
 #include "HXProductPaths.h"
@@ -10,7 +10,8 @@ namespace {
 
 QString madeUpLog(const QString &testName, StandinOutcome outcome, const StandinDisk *disk)
 {
-    const QString where = disk ? QStringLiteral(" on %1 (%2)").arg(disk->name, disk->bsdName) : QString();
+    const QString where =
+        disk ? QStringLiteral(" on %1 (%2)").arg(disk->name, disk->bsdName) : QString();
     switch (outcome) {
     case StandinOutcome::Passed:
         return QStringLiteral("%1 passed%2").arg(testName, where);
@@ -39,16 +40,17 @@ QString resultType(StandinOutcome outcome)
 
 } // namespace
 
-TestingPass::TestingPass(const StandinScenario &scenario, HXStatusReporter *reporter, QObject *parent)
-    : QObject(parent)
+ScenarioTestingPass::ScenarioTestingPass(const StandinScenario &scenario,
+                                         HXStatusReporter *reporter, QObject *parent)
+    : HXTestingPass(parent)
     , m_scenario(scenario)
     , m_reporter(reporter)
 {
     m_timer.setSingleShot(true);
-    connect(&m_timer, &QTimer::timeout, this, &TestingPass::finishCurrentTest);
+    connect(&m_timer, &QTimer::timeout, this, &ScenarioTestingPass::finishCurrentTest);
 }
 
-bool TestingPass::start()
+bool ScenarioTestingPass::start()
 {
     if (m_running)
         return false;
@@ -58,7 +60,7 @@ bool TestingPass::start()
     return true;
 }
 
-void TestingPass::stop()
+void ScenarioTestingPass::stop()
 {
     if (!m_running)
         return;
@@ -67,7 +69,7 @@ void TestingPass::stop()
     Q_EMIT finished(false);
 }
 
-void TestingPass::runNextTest()
+void ScenarioTestingPass::runNextTest()
 {
     if (m_next >= m_scenario.runs.size()) {
         m_running = false;
@@ -82,7 +84,7 @@ void TestingPass::runNextTest()
     m_timer.start(m_scenario.stepMilliseconds);
 }
 
-void TestingPass::finishCurrentTest()
+void ScenarioTestingPass::finishCurrentTest()
 {
     // Forced failures are read when the test ends, as a daemon would.
     const bool forceFailure = QFileInfo::exists(HXProductPaths::forceFailuresMarker());
@@ -107,8 +109,8 @@ void TestingPass::finishCurrentTest()
         runNextTest();
 }
 
-HXTestResultRef TestingPass::resultForRun(const StandinScenario &scenario, const StandinTestRun &run,
-                                          bool forceFailure)
+HXTestResultRef ScenarioTestingPass::resultForRun(const StandinScenario &scenario,
+                                                  const StandinTestRun &run, bool forceFailure)
 {
     if (run.outcome == StandinOutcome::NotApplicable)
         return nullptr;
@@ -116,7 +118,8 @@ HXTestResultRef TestingPass::resultForRun(const StandinScenario &scenario, const
     const QString testName = HXTestInfo(run.test).testName;
     const StandinDisk *disk = scenario.disk(run.diskId);
     const QString type = resultType(outcome);
-    QString log = run.log.isEmpty() || outcome != run.outcome ? madeUpLog(testName, outcome, disk) : run.log;
+    QString log =
+        run.log.isEmpty() || outcome != run.outcome ? madeUpLog(testName, outcome, disk) : run.log;
     // Each further line becomes a file child of the log entry.
     for (const QString &file : run.files)
         log += QLatin1Char('\n') + file;
@@ -128,8 +131,8 @@ HXTestResultRef TestingPass::resultForRun(const StandinScenario &scenario, const
         info.insert(HXDTestResultBSDNameKey, disk->bsdName);
         info.insert(HXDTestResultDiskIdentifierKey, disk->bsdName);
         info.insert(HXDiskKey, QVariantMap{{QStringLiteral("uuid"), disk->uuid},
-                                          {HXBSDNameKey, disk->bsdName},
-                                          {HXDeviceNameAndSizeKey, disk->name}});
+                                           {HXBSDNameKey, disk->bsdName},
+                                           {HXDeviceNameAndSizeKey, disk->name}});
     }
     if (!run.files.isEmpty())
         info.insert(HXDTestResultProblemFiles, QVariantList(run.files.cbegin(), run.files.cend()));

@@ -1,0 +1,358 @@
+// The real worker daemon from the outside: its command line, one pass on a
+// loop disk under a fixture root, and the same pass served on the bus and
+// shown by the application's status view.
+#include "HXConstants.h"
+#include "HXDBusNotificationCenter.h"
+#include "HXDaemonInteraction.h"
+#include "HXIconAnimate.h"
+#include "HXMachineProbes.h"
+#include "HXNotificationCenter.h"
+#include "HXReportArchive.h"
+#include "HXStatusReporter.h"
+#include "HXStatusViewController.h"
+#include "StandinProcess.h"
+#include "TestSupport.h"
+
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QTcpServer>
+#include <QTemporaryDir>
+#include <QtTest>
+#include <unistd.h>
+
+namespace {
+
+bool writeFile(const QString &path, const QByteArray &bytes, bool executable = false)
+{
+    QDir().mkpath(QFileInfo(path).path());
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size())
+        return false;
+    file.close();
+    return !executable ||
+           file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+}
+
+QString command(const QString &program, const QStringList &arguments, int *status = nullptr)
+{
+    QProcess process;
+    process.start(program, arguments);
+    process.waitForFinished(60000);
+    if (status)
+        *status = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+    return QString::fromUtf8(process.readAllStandardOutput()).trimmed();
+}
+
+// A small machine: a 48 MiB disk with a GPT and a clean ext4 partition on a
+// loop device, a kernel tree with a worn battery, a degraded mirror, one
+// I/O error on the disk and one corrected PCIe error, and smartctl and
+// journalctl stand-ins first on PATH (the journal "is missing", so the
+// kernel log comes from the kmsg file).
+class SmallMachine
+{
+public:
+    SmallMachine()
+    {
+        if (geteuid() != 0) {
+            m_why = QStringLiteral("loop devices need root");
+            return;
+        }
+        for (const char *tool : {"sgdisk", "mkfs.ext4", "e2fsck", "losetup"}) {
+            if (QStandardPaths::findExecutable(QLatin1String(tool)).isEmpty() &&
+                !QFile::exists(QStringLiteral("/usr/sbin/") + QLatin1String(tool))) {
+                m_why = QStringLiteral("%1 is needed").arg(QLatin1String(tool));
+                return;
+            }
+        }
+        const QString image = m_dir.filePath(QStringLiteral("disk.img"));
+        QFile file(image);
+        if (!file.open(QIODevice::WriteOnly) || !file.resize(48 << 20)) {
+            m_why = QStringLiteral("no room for the disk image");
+            return;
+        }
+        file.close();
+        int status = 0;
+        command(QStringLiteral("sgdisk"),
+                {QStringLiteral("-n"), QStringLiteral("1:2048:+24M"), image}, &status);
+        m_node = command(QStringLiteral("losetup"), {QStringLiteral("-f"), QStringLiteral("--show"),
+                                                     QStringLiteral("-P"), image});
+        if (status != 0 || m_node.isEmpty()) {
+            m_why = QStringLiteral("losetup could not attach a loop device here");
+            return;
+        }
+        const QString partition = m_node + QStringLiteral("p1");
+        for (int i = 0; i < 100 && !QFile::exists(partition); ++i)
+            QThread::msleep(20);
+        command(QStringLiteral("mkfs.ext4"),
+                {QStringLiteral("-q"), QStringLiteral("-F"), partition}, &status);
+        if (status != 0) {
+            m_why = QStringLiteral("mkfs.ext4 failed");
+            return;
+        }
+        const QString name = m_node.mid(5);
+        const QString sys = sysroot();
+        const QString battery = sys + QStringLiteral("/sys/class/power_supply/BAT0/");
+        bool ok = writeFile(battery + QStringLiteral("type"), "Battery\n") &&
+                  writeFile(battery + QStringLiteral("present"), "1\n") &&
+                  writeFile(battery + QStringLiteral("model_name"), "45N1041\n") &&
+                  writeFile(battery + QStringLiteral("manufacturer"), "SANYO\n") &&
+                  writeFile(battery + QStringLiteral("serial_number"), "1234\n") &&
+                  writeFile(battery + QStringLiteral("energy_full_design"), "57720000\n") &&
+                  writeFile(battery + QStringLiteral("energy_full"), "40404000\n") &&
+                  writeFile(battery + QStringLiteral("cycle_count"), "412\n");
+        ok = ok && writeFile(sys + QStringLiteral("/proc/mdstat"),
+                             "Personalities : [raid1]\n"
+                             "md0 : active raid1 sdb1[1](F) sda1[0]\n"
+                             "      976630464 blocks super 1.2 [2/1] [U_]\n\n"
+                             "unused devices: <none>\n");
+        ok = ok && writeFile(sys + QStringLiteral("/proc/self/mountinfo"),
+                             "22 27 0:21 / /proc rw,relatime - proc proc rw\n");
+        ok = ok && writeFile(sys + QStringLiteral("/proc/sys/kernel/random/boot_id"),
+                             "6f0a3c8e-2b1d-4e5f-9a7b-1c2d3e4f5a6b\n");
+        ok = ok &&
+             writeFile(sys + QStringLiteral("/dev/kmsg"),
+                       "6,1,1000,-;Linux version 6.1.0\n" +
+                           QStringLiteral(
+                               "3,2,2000,-;I/O error, dev %1, sector 4096 op 0x0:(READ) flags 0x0 "
+                               "phys_seg 1 prio class 0\n")
+                               .arg(name)
+                               .toUtf8() +
+                           "3,3,3000,-;pcieport 0000:00:1c.0: AER: Corrected error received: "
+                           "0000:00:1c.0\n");
+        const QString bin = m_dir.filePath(QStringLiteral("bin"));
+        ok = ok && writeFile(bin + QStringLiteral("/journalctl"),
+                             "#!/bin/sh\necho 'No journal files were found.' >&2\nexit 1\n", true);
+        ok = ok &&
+             writeFile(
+                 bin + QStringLiteral("/smartctl"),
+                 QStringLiteral(
+                     "#!/bin/sh\n"
+                     "case \"$*\" in\n"
+                     "  *--scan*) echo '{\"devices\":[{\"name\":\"%1\",\"type\":\"sat\"}]}' ;;\n"
+                     "  *) cat '%2'; exit 0 ;;\n"
+                     "esac\n")
+                     .arg(m_node, QStringLiteral(ORVEX_SMART_FIXTURE))
+                     .toUtf8(),
+                 true);
+        if (!ok)
+            m_why = QStringLiteral("the fixture tree could not be written");
+    }
+    ~SmallMachine()
+    {
+        if (!m_node.isEmpty())
+            command(QStringLiteral("losetup"), {QStringLiteral("-d"), m_node});
+    }
+
+    QString unusable() const { return m_why; }
+    QString node() const { return m_node; }
+    QString root() const { return m_dir.filePath(QStringLiteral("root")); }
+    QString sysroot() const { return m_dir.filePath(QStringLiteral("sysroot")); }
+    QString path() const
+    {
+        return m_dir.filePath(QStringLiteral("bin")) + QLatin1Char(':') +
+               qEnvironmentVariable("PATH");
+    }
+    QProcessEnvironment environment() const
+    {
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("ORVEX_ROOT"), root());
+        env.insert(QStringLiteral("ORVEX_SYSROOT"), sysroot());
+        env.insert(QStringLiteral("ORVEX_DAEMON_BUS"), QStringLiteral("session"));
+        env.insert(QStringLiteral("PATH"), path());
+        return env;
+    }
+
+private:
+    QTemporaryDir m_dir;
+    QString m_node;
+    QString m_why;
+};
+
+HXStatusReportRef readReport(const QString &root)
+{
+    QFile file(root + QStringLiteral("/var/lib/orvex/Report.zrrpt"));
+    if (!file.open(QIODevice::ReadOnly))
+        return nullptr;
+    QString why;
+    return HXReportArchive::decodeReport(file.readAll(), &why);
+}
+
+HXTestResultRef resultNamed(const HXStatusReportRef &report, const QString &name)
+{
+    for (const HXTestResultRef &result : report->testResults()) {
+        if (result->name() == name)
+            return result;
+    }
+    return nullptr;
+}
+
+} // namespace
+
+class TestWorkerd : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void theCommandLineSaysWhatIsWrong()
+    {
+        QTemporaryDir root;
+        QProcess process;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("ORVEX_ROOT"), root.path());
+        process.setProcessEnvironment(env);
+        auto exitOf = [&](const QStringList &arguments) {
+            process.start(QStringLiteral(ORVEX_WORKERD_PATH), arguments);
+            process.waitForFinished(30000);
+            return process.exitCode();
+        };
+        QCOMPARE(exitOf({QStringLiteral("--help")}), 0);
+        QVERIFY(process.readAllStandardOutput().contains("--once"));
+        QCOMPARE(exitOf({QStringLiteral("--once"), QStringLiteral("--only"),
+                         QStringLiteral("smart,fans")}),
+                 2);
+        QVERIFY(process.readAllStandardError().contains("not \"fans\""));
+        QCOMPARE(exitOf({QStringLiteral("--disk")}), 2);
+        QCOMPARE(exitOf({QStringLiteral("--once"), QStringLiteral("--disk"),
+                         root.filePath(QStringLiteral("nothing"))}),
+                 1);
+        QVERIFY(process.readAllStandardError().contains("does not exist"));
+        QCOMPARE(exitOf({QStringLiteral("--once"), QStringLiteral("--disk"),
+                         QStringLiteral("/dev/null")}),
+                 1);
+        QVERIFY(process.readAllStandardError().contains("not a block device"));
+    }
+
+    void onePassOnALoopDiskUnderAFixtureRoot()
+    {
+        SmallMachine machine;
+        if (!machine.unusable().isEmpty())
+            QSKIP(qPrintable(machine.unusable()));
+        QProcess worker;
+        worker.setProcessEnvironment(machine.environment());
+        worker.start(QStringLiteral(ORVEX_WORKERD_PATH),
+                     {QStringLiteral("--once"), QStringLiteral("--disk"), machine.node(),
+                      QStringLiteral("--memory-test-size"), QStringLiteral("8")});
+        QVERIFY(worker.waitForFinished(120000));
+        const QString out = QString::fromUtf8(worker.readAllStandardOutput());
+        QVERIFY2(worker.exitCode() == 0,
+                 qPrintable(out + QString::fromUtf8(worker.readAllStandardError())));
+
+        // A line per test, in the pass's order.
+        const QStringList expected{QStringLiteral("SMART test: passed"),
+                                   QStringLiteral("Surface Scan test: passed"),
+                                   QStringLiteral("File Structures test: not applicable here"),
+                                   QStringLiteral("Memory test: passed"),
+                                   QStringLiteral("Volume Structures test: passed"),
+                                   QStringLiteral("Partition Map test: passed"),
+                                   QStringLiteral("RAID test: error"),
+                                   QStringLiteral("Battery test: warning"),
+                                   QStringLiteral("Disk I/O Error test: error"),
+                                   QStringLiteral("POST test: warning")};
+        QStringList headings;
+        for (const QString &line : out.split(QLatin1Char('\n'))) {
+            if (!line.isEmpty() && !line.startsWith(QLatin1Char(' ')))
+                headings.append(line);
+        }
+        QCOMPARE(headings, expected);
+
+        const HXStatusReportRef report = readReport(machine.root());
+        QVERIFY(report);
+        QCOMPARE(report->testResults().size(), 9);
+        const QString diskName = machine.node().mid(5);
+        const HXTestResultRef scan = resultNamed(report, HXDSurfaceScanTestName);
+        QVERIFY(scan);
+        QCOMPARE(scan->testInfo().value(HXDTestResultIsCompletedKey).toBool(), true);
+        QCOMPARE(scan->testInfo().value(HXDiskKey).toMap().value(HXBSDNameKey).toString(),
+                 diskName);
+        const HXTestResultRef io = resultNamed(report, HXDIOErrorTestName);
+        QVERIFY(io);
+        QCOMPARE(io->type(), HXDTestResultErrorType);
+        QVERIFY(io->log().contains(QLatin1String("4096")));
+        const HXTestResultRef volume = resultNamed(report, HXDFilesystemCheckTestName);
+        QVERIFY(volume);
+        QCOMPARE(volume->testInfo().value(HXDTestResultVolumeIsValidKey).toBool(), true);
+        QCOMPARE(volume->testInfo().value(HXDiskKey).toMap().value(HXBSDNameKey).toString(),
+                 diskName + QStringLiteral("p1"));
+        QCOMPARE(resultNamed(report, HXDPartitionMapCheckTestName)
+                     ->testInfo()
+                     .value(HXDTestResultPartitionMapIsValidKey)
+                     .toBool(),
+                 true);
+        QVERIFY(resultNamed(report, HXDRAIDCheckTestName)->log().contains(QLatin1String("md0")));
+
+        // The worker's own log holds every line the report got, and what it noted.
+        QFile log(machine.root() + QStringLiteral("/var/log/orvex/OrvexWorkerDaemon.log"));
+        QVERIFY(log.open(QIODevice::ReadOnly));
+        const QByteArray text = log.readAll();
+        QVERIFY(text.contains("Error: " + io->log().section(QLatin1Char('\n'), 0, 0).toUtf8()));
+        QVERIFY(text.contains(" Info: Testing 1 disk(s)"));
+    }
+
+    void theStatusViewShowsTheWorkersPass()
+    {
+        SmallMachine machine;
+        if (!machine.unusable().isEmpty())
+            QSKIP(qPrintable(machine.unusable()));
+        QVERIFY(TestSupport::useTestRoot(machine.root()));
+        // The application's probes read the same fixture root.
+        qputenv("ORVEX_SYSROOT", QFile::encodeName(machine.sysroot()));
+        HXLinuxMachineProbes probes;
+        QVERIFY(probes.hasInternalBattery());
+        QVERIFY(probes.raidExists());
+        HXMachineProbes::setCurrent(&probes);
+        auto restore = qScopeGuard([] {
+            HXMachineProbes::setCurrent(nullptr);
+            qunsetenv("ORVEX_SYSROOT");
+        });
+
+        quint16 port = 0;
+        {
+            QTcpServer probe;
+            QVERIFY(probe.listen(QHostAddress::LocalHost));
+            port = probe.serverPort();
+        }
+        HXNotificationCenter local;
+        HXStatusReporter shared(HXStatusReporter::Options{
+            machine.root() + QStringLiteral("/var/lib/orvex/Report.zrrpt"), &local, nullptr, true});
+        HXDBusNotificationCenter distributed(QDBusConnection::sessionBus(),
+                                             {QDBusConnection::sessionBus()});
+        HXStatusViewController::Options options;
+        options.reporter = &shared;
+        options.localCenter = &local;
+        options.distributedCenter = &distributed;
+        options.listenerPort = port;
+        HXStatusViewController c(options);
+        c.view()->resize(884, 500);
+        c.view()->show();
+        QVERIFY(QTest::qWaitForWindowExposed(c.view()));
+        int finished = 0;
+        c.setTestingFinishedHandler([&] { ++finished; });
+
+        StandinProcess worker(machine.root());
+        worker.setProgram(QStringLiteral(ORVEX_WORKERD_PATH),
+                          QStringLiteral("orvex-workerd: serving "));
+        worker.setEnvironment(QStringLiteral("ORVEX_SYSROOT"), machine.sysroot());
+        worker.setEnvironment(QStringLiteral("PATH"), machine.path());
+        QVERIFY2(worker.start({QStringLiteral("--disk"), machine.node(),
+                               QStringLiteral("--memory-test-size"), QStringLiteral("8"),
+                               QStringLiteral("--status-view-port"), QString::number(port)}),
+                 qPrintable(worker.standardError()));
+        const auto proxy = HXDaemonInteraction::workerDaemonProxy();
+        QVERIFY(proxy);
+        proxy->activate();
+
+        QTRY_COMPARE_WITH_TIMEOUT(finished, 1, 120000);
+        QTRY_COMPARE_WITH_TIMEOUT(c.icon(HXTest::RAID)->shownImageName(), QStringLiteral("raidRed"),
+                                  5000);
+        QCOMPARE(c.icon(HXTest::Battery)->shownImageName(), QStringLiteral("batteryRed"));
+        QTRY_COMPARE(c.drivesView()->testStatus(), 3); // the degraded mirror
+        QCOMPARE(c.hardwareView()->testStatus(), 2);   // the worn battery
+        QCOMPARE(c.systemView()->testStatus(), 3);     // the I/O error
+        QCOMPARE(worker.stop(), 0);
+        QVERIFY(worker.standardError().contains(QLatin1String("stopped")));
+    }
+};
+
+QTEST_MAIN(TestWorkerd)
+#include "tst_workerd.moc"

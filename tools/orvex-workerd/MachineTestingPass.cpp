@@ -1,0 +1,156 @@
+#include "MachineTestingPass.h"
+
+#include "HXBlockDevices.h"
+#include "HXConstants.h"
+#include "HXExclusionsSource.h"
+#include "HXProductPaths.h"
+#include "HXStatusReporter.h"
+#include "HXWorkerLogFile.h"
+
+#include <QFileInfo>
+
+namespace {
+
+qint32 liveStatus(const QList<HXTestFinding> &findings)
+{
+    if (findings.isEmpty())
+        return HXLiveTestStatusNotApplicable;
+    for (const HXTestFinding &finding : findings) {
+        if (finding.type != HXDTestResultSuccessType)
+            return HXLiveTestStatusFailed;
+    }
+    return HXLiveTestStatusPassed;
+}
+
+} // namespace
+
+MachineTestingPass::MachineTestingPass(const Settings &settings, HXStatusReporter *reporter,
+                                       QObject *parent)
+    : HXTestingPass(parent)
+    , m_settings(settings)
+    , m_reporter(reporter)
+{
+}
+
+MachineTestingPass::~MachineTestingPass()
+{
+    m_cancelled = true;
+    join();
+}
+
+void MachineTestingPass::join()
+{
+    if (m_thread.joinable())
+        m_thread.join();
+}
+
+bool MachineTestingPass::resolveDisks(const QStringList &paths, QList<HXBlockDisk> *disks,
+                                      QString *why)
+{
+    disks->clear();
+    for (const QString &path : paths) {
+        const auto disk = HXBlockDevices::diskAt(path, why);
+        if (!disk)
+            return false;
+        disks->append(*disk);
+    }
+    return true;
+}
+
+bool MachineTestingPass::start()
+{
+    if (m_running)
+        return false;
+    // The thread of the pass before has reported its end already; only its
+    // last instructions may still be running.
+    join();
+    m_running = true;
+    m_cancelled = false;
+    m_thread = std::thread([this] { runOnThread(); });
+    return true;
+}
+
+void MachineTestingPass::stop()
+{
+    // The running test sees the flag within a second or so and reports what
+    // it found so far (an interrupted surface scan keeps its place); the
+    // pass then ends as stopped.
+    m_cancelled = true;
+}
+
+void MachineTestingPass::runOnThread()
+{
+    HXEngineContext context;
+    context.cancelled = &m_cancelled;
+    context.memoryTestBytes = m_settings.memoryTestBytes;
+    context.stateFolder = HXProductPaths::libraryFolder();
+    context.note = [](const QString &line) {
+        HXWorkerLogFile::note(line);
+    };
+
+    QString why;
+    bool ready = true;
+    if (!m_settings.diskPaths.isEmpty()) {
+        context.disksNamed = true;
+        ready = resolveDisks(m_settings.diskPaths, &context.disks, &why);
+    } else {
+        context.disks = HXBlockDevices::machineDisks();
+    }
+    if (ready) {
+        for (const HXBlockDisk &disk : std::as_const(context.disks))
+            context.volumes += HXBlockDevices::volumesOf(disk);
+        QString from;
+        context.exclusions = HXExclusions::fromEntries(
+            HXExclusionsSource::fetch(m_settings.exclusionsTimeoutMs, &from));
+        QStringList names;
+        for (const HXBlockDisk &disk : std::as_const(context.disks))
+            names.append(disk.kernelName);
+        HXWorkerLogFile::note(QStringLiteral("Testing %1 disk(s) (%2); exclusions from %3")
+                                  .arg(context.disks.size())
+                                  .arg(names.join(QStringLiteral(", ")), from));
+    }
+
+    bool completed = false;
+    if (ready) {
+        HXMachinePass pass(HXMachinePass::machineTests(m_settings.only));
+        HXMachinePass::Observer observer;
+        observer.testStarted = [this](HXTest test) {
+            QMetaObject::invokeMethod(
+                this, [this, test] { Q_EMIT testStarted(test); }, Qt::QueuedConnection);
+        };
+        observer.testFinished = [this](HXTest test, const QList<HXTestFinding> &findings) {
+            QMetaObject::invokeMethod(
+                this, [this, test, findings] { record(test, findings); }, Qt::QueuedConnection);
+        };
+        completed = pass.run(context, observer);
+    }
+    QMetaObject::invokeMethod(
+        this,
+        [this, ready, why, completed] {
+            m_running = false;
+            if (!ready)
+                Q_EMIT failed(why);
+            Q_EMIT finished(completed);
+        },
+        Qt::QueuedConnection);
+}
+
+void MachineTestingPass::record(HXTest test, QList<HXTestFinding> findings)
+{
+    // Forced failures, for trying the application's error paths, are read
+    // when the test ends, as the stand-in reads them.
+    if (QFileInfo::exists(HXProductPaths::forceFailuresMarker())) {
+        for (HXTestFinding &finding : findings) {
+            finding.type = HXDTestResultErrorType;
+            finding.log = QStringLiteral("(failure forced by the debug marker) ") + finding.log;
+        }
+    }
+    for (const HXTestFinding &finding : std::as_const(findings)) {
+        const HXTestResultRef result = HXMakeTestResult(test, finding);
+        m_reporter->recordTestResult(result);
+        if (result->type() == HXDTestResultErrorType)
+            m_reporter->postErrorNotificationWithTestResult(result);
+    }
+    Q_EMIT testRecorded(test, findings);
+    Q_EMIT testFinished(test, liveStatus(findings));
+}
