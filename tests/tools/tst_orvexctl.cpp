@@ -207,6 +207,8 @@ private Q_SLOTS:
                                          << QByteArray("unknown command");
         QTest::newRow("wrong flag") << QStringList{QStringLiteral("watch"), QStringLiteral("--json")} << QByteArray() << 2
                                     << QByteArray("watch does not take --json");
+        QTest::newRow("two formats") << QStringList{QStringLiteral("status"), QStringLiteral("--json"), QStringLiteral("--prometheus")}
+                                     << QByteArray() << 2 << QByteArray("cannot be given together");
         QTest::newRow("two files") << QStringList{QStringLiteral("status"), QStringLiteral("a"), QStringLiteral("b")}
                                    << QByteArray() << 2 << QByteArray("only one report file");
     }

@@ -5,6 +5,7 @@
 #include "HXStatusBoard.h"
 #include "HXStatusReporter.h"
 #include "HXStopSignals.h"
+#include "PrometheusText.h"
 #include "ReportJson.h"
 #include "TextOutput.h"
 
@@ -22,6 +23,8 @@ const char kUsage[] =
     "Commands:\n"
     "  report [--json] [FILE]       print the test results and the log\n"
     "  status [--json] [FILE]       print the ten tests and the four groups\n"
+    "  status --prometheus [FILE]   the same in Prometheus's text format, for\n"
+    "                               node_exporter's textfile collector\n"
     "  watch [FILE]                 print a status line each time the report changes\n"
     "  clear [--log-only] [FILE]    empty the report (or only its log)\n"
     "\n"
@@ -106,6 +109,8 @@ int runStatus(const Arguments &a)
     board.rebuild(report);
     if (a.flags.contains(QLatin1String("--json")))
         out(QString::fromUtf8(QJsonDocument(ReportJson::status(board)).toJson(QJsonDocument::Indented)));
+    else if (a.flags.contains(QLatin1String("--prometheus")))
+        out(PrometheusText::status(board, *report, HXMachineProbes::current()));
     else
         out(TextOutput::statusTable(board, colourWanted()));
     return 0;
@@ -177,7 +182,7 @@ int main(int argc, char **argv)
     a.command = args.takeFirst();
     const QHash<QString, QStringList> allowed{
         {QStringLiteral("report"), {QStringLiteral("--json")}},
-        {QStringLiteral("status"), {QStringLiteral("--json")}},
+        {QStringLiteral("status"), {QStringLiteral("--json"), QStringLiteral("--prometheus")}},
         {QStringLiteral("watch"), {}},
         {QStringLiteral("clear"), {QStringLiteral("--log-only")}},
     };
@@ -194,6 +199,9 @@ int main(int argc, char **argv)
             return usage(QStringLiteral("only one report file can be given."));
         }
     }
+    if (a.flags.contains(QLatin1String("--json")) &&
+        a.flags.contains(QLatin1String("--prometheus")))
+        return usage(QStringLiteral("--json and --prometheus cannot be given together."));
     if (a.file.isEmpty())
         a.file = HXProductPaths::reportFile();
 
