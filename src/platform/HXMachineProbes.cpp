@@ -67,7 +67,9 @@ bool HXLinuxMachineProbes::hasInternalBattery() const
             continue;
         // A device's battery (a mouse, a headset) has the scope "Device".
         const QString scope = readTrimmed(base + QStringLiteral("/scope"));
-        if (scope.isEmpty() || scope == QLatin1String("System"))
+        // An empty bay keeps its entry with "present" at 0: nothing to test.
+        const bool present = readTrimmed(base + QStringLiteral("/present")) != QLatin1String("0");
+        if (present && (scope.isEmpty() || scope == QLatin1String("System")))
             return true;
     }
     return false;
