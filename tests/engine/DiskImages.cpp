@@ -93,8 +93,14 @@ LoopDevice::LoopDevice(const QString &image, Options options)
     if (options.partitions)
         arguments << QStringLiteral("--partscan");
     QByteArray output;
-    if (run(QStringLiteral("losetup"), arguments << image, &m_error, {}, &output))
-        m_path = QString::fromLocal8Bit(output).trimmed();
+    if (!run(QStringLiteral("losetup"), arguments << image, &m_error, {}, &output))
+        return;
+    m_path = QString::fromLocal8Bit(output).trimmed();
+    // The kernel here does not always scan the map at attach time (and a
+    // re-read does not help): the partitions are added one by one, which
+    // fails harmlessly for those it did find.
+    if (options.partitions)
+        run(QStringLiteral("partx"), {QStringLiteral("--add"), m_path});
 }
 
 LoopDevice::~LoopDevice()
