@@ -1,5 +1,6 @@
 #include "HXBlockDevices.h"
 
+#include "HXPartitionMapReader.h"
 #include "HXSystemRoot.h"
 
 #include <QDir>
@@ -42,48 +43,6 @@ bool isSkippedKind(const QString &name)
             return true;
     }
     return false;
-}
-
-QString guidText(const unsigned char *g)
-{
-    // GPT GUIDs keep their first three fields little-endian.
-    return QStringLiteral("%1%2%3%4-%5%6-%7%8-%9%10-%11")
-        .arg(g[3], 2, 16, QLatin1Char('0'))
-        .arg(g[2], 2, 16, QLatin1Char('0'))
-        .arg(g[1], 2, 16, QLatin1Char('0'))
-        .arg(g[0], 2, 16, QLatin1Char('0'))
-        .arg(g[5], 2, 16, QLatin1Char('0'))
-        .arg(g[4], 2, 16, QLatin1Char('0'))
-        .arg(g[7], 2, 16, QLatin1Char('0'))
-        .arg(g[6], 2, 16, QLatin1Char('0'))
-        .arg(g[8], 2, 16, QLatin1Char('0'))
-        .arg(g[9], 2, 16, QLatin1Char('0'))
-        .arg(QString::fromLatin1(QByteArray(reinterpret_cast<const char *>(g + 10), 6).toHex()));
-}
-
-// The GPT disk GUID, else the MBR disk signature: read from the first two
-// blocks, no more.
-QString partitionMapIdentity(const HXBlockDisk &disk)
-{
-    const int fd = ::open(QFile::encodeName(disk.devicePath).constData(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0)
-        return {};
-    const int block = disk.logicalBlockSize > 0 ? disk.logicalBlockSize : 512;
-    QByteArray head(2 * block, '\0');
-    const ssize_t got = ::pread(fd, head.data(), size_t(head.size()), 0);
-    ::close(fd);
-    if (got < 512)
-        return {};
-    const auto *bytes = reinterpret_cast<const unsigned char *>(head.constData());
-    if (got >= 2 * block && head.mid(block, 8) == "EFI PART")
-        return guidText(bytes + block + 56);
-    if (bytes[510] == 0x55 && bytes[511] == 0xAA) {
-        const quint32 signature = quint32(bytes[440]) | quint32(bytes[441]) << 8 |
-                                  quint32(bytes[442]) << 16 | quint32(bytes[443]) << 24;
-        if (signature != 0)
-            return QStringLiteral("mbr-%1").arg(signature, 8, 16, QLatin1Char('0'));
-    }
-    return {};
 }
 
 struct Mount
@@ -262,7 +221,7 @@ QString HXBlockDevices::diskIdentity(const HXBlockDisk &disk)
         if (!wwid.isEmpty())
             return wwid;
     }
-    const QString fromMap = partitionMapIdentity(disk);
+    const QString fromMap = HXPartitionMapReader::diskIdentifier(disk.devicePath);
     if (!fromMap.isEmpty())
         return fromMap;
     for (const QString &file : {QStringLiteral("/serial"), QStringLiteral("/device/serial")}) {
