@@ -1,5 +1,6 @@
 // The engine's common ground: exclusions, the programs tests run, the pass's
 // order and cancellation, and how disks and file systems are found.
+#include "DiskImages.h"
 #include "HXBlockDevices.h"
 #include "HXExclusions.h"
 #include "HXMachinePass.h"
@@ -22,16 +23,6 @@ void writeScript(const QString &path, const QByteArray &body)
     file.write("#!/bin/sh\n" + body);
     file.close();
     QVERIFY(file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
-}
-
-QString run(const QString &program, const QStringList &arguments, int *exitCode = nullptr)
-{
-    QProcess process;
-    process.start(program, arguments);
-    process.waitForFinished(60000);
-    if (exitCode)
-        *exitCode = process.exitCode();
-    return QString::fromUtf8(process.readAllStandardOutput()).trimmed();
 }
 
 // A test's stand-in: answers what it is told and counts its runs.
@@ -57,24 +48,6 @@ private:
     HXTest m_test;
     QList<HXTest> *m_log;
     std::atomic_bool *m_cancelAfter;
-};
-
-// A loop device on an image file, detached when it goes.
-struct LoopDevice
-{
-    QString node;
-    explicit LoopDevice(const QString &image, bool partitions)
-    {
-        QStringList args{QStringLiteral("-f"), QStringLiteral("--show")};
-        if (partitions)
-            args << QStringLiteral("-P");
-        node = run(QStringLiteral("losetup"), args << image);
-    }
-    ~LoopDevice()
-    {
-        if (!node.isEmpty())
-            run(QStringLiteral("losetup"), {QStringLiteral("-d"), node});
-    }
 };
 
 } // namespace
@@ -229,42 +202,38 @@ private Q_SLOTS:
 
     void aLoopDiskIsKnownByItsPartitionMap()
     {
-        if (geteuid() != 0)
-            QSKIP("loop devices need root");
+        if (const QString why = DiskImages::loopUnavailableReason(); !why.isEmpty())
+            QSKIP(qPrintable(why));
         if (HXProgramRunner::find(QStringLiteral("sgdisk")).isEmpty() ||
             HXProgramRunner::find(QStringLiteral("mkfs.ext4")).isEmpty())
             QSKIP("sgdisk (gdisk) and mkfs.ext4 (e2fsprogs) are needed");
         QTemporaryDir dir;
         const QString image = dir.filePath(QStringLiteral("disk.img"));
-        QFile file(image);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        QVERIFY(file.resize(64 << 20));
-        file.close();
+        QVERIFY(DiskImages::makeImage(image, 64 << 20));
         const QString guid = QStringLiteral("3F1C9E52-7D0A-4B8E-9A61-2C5D8E4F7B10");
-        int status = 0;
-        run(QStringLiteral("sgdisk"),
-            {QStringLiteral("-U"), guid, QStringLiteral("-n"), QStringLiteral("1:2048:+32M"),
-             image},
-            &status);
-        QCOMPARE(status, 0);
-        LoopDevice loop(image, true);
-        if (loop.node.isEmpty())
-            QSKIP("losetup could not attach a loop device here");
-        const QString partition = loop.node + QStringLiteral("p1");
+        QString problem;
+        QVERIFY2(DiskImages::run(QStringLiteral("sgdisk"),
+                                 {QStringLiteral("-U"), guid, QStringLiteral("-n"),
+                                  QStringLiteral("1:2048:+32M"), image},
+                                 &problem),
+                 qPrintable(problem));
+        DiskImages::LoopDevice loop(image, {false, 0, true});
+        QVERIFY2(loop.isAttached(), qPrintable(loop.error()));
+        const QString partition = loop.path() + QStringLiteral("p1");
         QTRY_VERIFY(QFile::exists(partition));
-        run(QStringLiteral("mkfs.ext4"),
-            {QStringLiteral("-q"), QStringLiteral("-F"), QStringLiteral("-L"),
-             QStringLiteral("Holiday"), partition},
-            &status);
-        QCOMPARE(status, 0);
+        QVERIFY2(DiskImages::run(QStringLiteral("mkfs.ext4"),
+                                 {QStringLiteral("-q"), QStringLiteral("-F"), QStringLiteral("-L"),
+                                  QStringLiteral("Holiday"), partition},
+                                 &problem),
+                 qPrintable(problem));
 
         QString why;
-        const auto disk = HXBlockDevices::diskAt(loop.node, &why);
+        const auto disk = HXBlockDevices::diskAt(loop.path(), &why);
         QVERIFY2(disk, qPrintable(why));
         QCOMPARE(disk->sizeBytes, qint64(64 << 20));
         QCOMPARE(disk->uuid, guid.toLower());
         QVERIFY(disk->model.contains(QLatin1String("disk.img")));
-        QCOMPARE(disk->diskInfo().value(QStringLiteral("bsdName")).toString(), loop.node.mid(5));
+        QCOMPARE(disk->diskInfo().value(QStringLiteral("bsdName")).toString(), loop.kernelName());
 
         const QList<HXVolume> volumes = HXBlockDevices::volumesOf(*disk);
         QCOMPARE(volumes.size(), 1);

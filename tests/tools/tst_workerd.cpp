@@ -1,6 +1,7 @@
 // The real worker daemon from the outside: its command line, one pass on a
 // loop disk under a fixture root, and the same pass served on the bus and
 // shown by the application's status view.
+#include "DiskImages.h"
 #include "HXConstants.h"
 #include "HXDBusNotificationCenter.h"
 #include "HXDaemonInteraction.h"
@@ -19,7 +20,6 @@
 #include <QTcpServer>
 #include <QTemporaryDir>
 #include <QtTest>
-#include <unistd.h>
 
 namespace {
 
@@ -34,16 +34,6 @@ bool writeFile(const QString &path, const QByteArray &bytes, bool executable = f
            file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
 }
 
-QString command(const QString &program, const QStringList &arguments, int *status = nullptr)
-{
-    QProcess process;
-    process.start(program, arguments);
-    process.waitForFinished(60000);
-    if (status)
-        *status = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
-    return QString::fromUtf8(process.readAllStandardOutput()).trimmed();
-}
-
 // A small machine: a 48 MiB disk with a GPT and a clean ext4 partition on a
 // loop device, a kernel tree with a worn battery, a degraded mirror, one
 // I/O error on the disk and one corrected PCIe error, and smartctl and
@@ -54,42 +44,33 @@ class SmallMachine
 public:
     SmallMachine()
     {
-        if (geteuid() != 0) {
-            m_why = QStringLiteral("loop devices need root");
+        m_why = DiskImages::loopUnavailableReason();
+        if (!m_why.isEmpty())
             return;
-        }
-        for (const char *tool : {"sgdisk", "mkfs.ext4", "e2fsck", "losetup"}) {
-            if (QStandardPaths::findExecutable(QLatin1String(tool)).isEmpty() &&
-                !QFile::exists(QStringLiteral("/usr/sbin/") + QLatin1String(tool))) {
+        for (const char *tool : {"sgdisk", "mkfs.ext4", "e2fsck"}) {
+            if (QStandardPaths::findExecutable(QLatin1String(tool)).isEmpty()) {
                 m_why = QStringLiteral("%1 is needed").arg(QLatin1String(tool));
                 return;
             }
         }
         const QString image = m_dir.filePath(QStringLiteral("disk.img"));
-        QFile file(image);
-        if (!file.open(QIODevice::WriteOnly) || !file.resize(48 << 20)) {
-            m_why = QStringLiteral("no room for the disk image");
+        if (!DiskImages::makeImage(image, 48 << 20) ||
+            !DiskImages::run(QStringLiteral("sgdisk"),
+                             {QStringLiteral("-n"), QStringLiteral("1:2048:+24M"), image}, &m_why))
+            return;
+        m_loop = std::make_unique<DiskImages::LoopDevice>(
+            image, DiskImages::LoopDevice::Options{false, 0, true});
+        if (!m_loop->isAttached()) {
+            m_why = m_loop->error();
             return;
         }
-        file.close();
-        int status = 0;
-        command(QStringLiteral("sgdisk"),
-                {QStringLiteral("-n"), QStringLiteral("1:2048:+24M"), image}, &status);
-        m_node = command(QStringLiteral("losetup"), {QStringLiteral("-f"), QStringLiteral("--show"),
-                                                     QStringLiteral("-P"), image});
-        if (status != 0 || m_node.isEmpty()) {
-            m_why = QStringLiteral("losetup could not attach a loop device here");
-            return;
-        }
+        m_node = m_loop->path();
         const QString partition = m_node + QStringLiteral("p1");
         for (int i = 0; i < 100 && !QFile::exists(partition); ++i)
             QThread::msleep(20);
-        command(QStringLiteral("mkfs.ext4"),
-                {QStringLiteral("-q"), QStringLiteral("-F"), partition}, &status);
-        if (status != 0) {
-            m_why = QStringLiteral("mkfs.ext4 failed");
+        if (!DiskImages::run(QStringLiteral("mkfs.ext4"),
+                             {QStringLiteral("-q"), QStringLiteral("-F"), partition}, &m_why))
             return;
-        }
         const QString name = m_node.mid(5);
         const QString sys = sysroot();
         const QString battery = sys + QStringLiteral("/sys/class/power_supply/BAT0/");
@@ -138,11 +119,6 @@ public:
         if (!ok)
             m_why = QStringLiteral("the fixture tree could not be written");
     }
-    ~SmallMachine()
-    {
-        if (!m_node.isEmpty())
-            command(QStringLiteral("losetup"), {QStringLiteral("-d"), m_node});
-    }
 
     QString unusable() const { return m_why; }
     QString node() const { return m_node; }
@@ -165,6 +141,7 @@ public:
 
 private:
     QTemporaryDir m_dir;
+    std::unique_ptr<DiskImages::LoopDevice> m_loop;
     QString m_node;
     QString m_why;
 };
