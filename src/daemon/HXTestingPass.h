@@ -1,8 +1,11 @@
 #pragma once
 
 #include "HXStatusBoard.h"
+#include "HXTestResult.h"
 
 #include <QObject>
+
+class HXStatusReporter;
 
 // A testing pass as the worker daemon runs it: the tests one after another,
 // each announced when it starts and when it ends with its live status. The
@@ -21,6 +24,15 @@ public:
     // running test has had a moment to stop.
     virtual void stop() = 0;
     virtual bool isRunning() const = 0;
+
+protected:
+    // While the debug marker .forceFailures exists, every test that applies
+    // fails; it is read when a test ends.
+    static bool failuresForced();
+    // Into the report, with its log line; an error is also announced as
+    // "HXDTestFoundErrorNotification" when `announceErrors`.
+    static void recordResult(HXStatusReporter *reporter, const HXTestResultRef &result,
+                             bool announceErrors = true);
 
 Q_SIGNALS:
     void testStarted(HXTest test);

@@ -15,6 +15,7 @@
 namespace {
 
 std::atomic_bool g_failureSaid = false;
+std::atomic_bool g_echo = true;
 QMutex g_fileMutex;
 
 void printLine(const QByteArray &line)
@@ -42,8 +43,14 @@ void HXWorkerLogFile::note(const QString &message)
 {
     const QString date = QDateTime::currentDateTime().toString(HXDTestResultDateFormat);
     const QByteArray line = QStringLiteral("%1 Info: %2\n").arg(date, message).toUtf8();
-    printLine(line);
+    if (g_echo)
+        printLine(line);
     append(line);
+}
+
+void HXWorkerLogFile::setEcho(bool echo)
+{
+    g_echo = echo;
 }
 
 bool HXWorkerLogFile::append(const QByteArray &line)

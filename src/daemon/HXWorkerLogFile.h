@@ -13,8 +13,10 @@ public:
     static QString path();
     // From now on every report log line goes to standard output and to the file.
     static void install();
-    // An "Info" line: standard output and the file only.
+    // An "Info" line: the file only, and standard output while echoing.
     static void note(const QString &message);
+    // Whether notes also go to standard output (they do unless told).
+    static void setEcho(bool echo);
     // Appends one finished line; false (said once in the system log) when the
     // file cannot be written, a full disk say: the report still gets the line.
     static bool append(const QByteArray &line);

@@ -224,6 +224,7 @@ HXTestFinding HXBatteryTest::judge(const HXBatteryFacts &facts)
         QVariantMap{{QStringLiteral("uuid"),
                      identity.isEmpty() ? facts.name : identity.join(QLatin1Char(' '))},
                     {HXBSDNameKey, facts.name},
+                    {HXVolumeNameKey, facts.model.isEmpty() ? facts.name : facts.model},
                     {HXDeviceNameAndSizeKey, facts.model.isEmpty() ? facts.name : facts.model}});
     return finding;
 }

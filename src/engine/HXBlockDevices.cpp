@@ -6,6 +6,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <algorithm>
 #include <blkid/blkid.h>
 #include <fcntl.h>
 #include <linux/fs.h>
@@ -139,13 +140,17 @@ void attachMount(HXVolume *volume, const QList<Mount> &mounts)
 {
     const dev_t number = deviceNumber(volume->kernelName, volume->devicePath);
     for (const Mount &mount : mounts) {
-        if ((number != 0 && mount.device == number) || mount.source == volume->devicePath) {
+        if ((number == 0 || mount.device != number) && mount.source != volume->devicePath)
+            continue;
+        // One file system may be mounted several times (bind mounts); it is
+        // in use read-write when any of its mounts is, and is named by the
+        // first of those.
+        if (volume->mountPoint.isEmpty() || (mount.readWrite && !volume->mountedReadWrite)) {
             volume->mountPoint = mount.mountPoint;
             volume->mountedReadWrite = mount.readWrite;
-            if (volume->fsType.isEmpty())
-                volume->fsType = mount.fsType;
-            return;
         }
+        if (volume->fsType.isEmpty())
+            volume->fsType = mount.fsType;
     }
 }
 
@@ -273,18 +278,23 @@ QList<HXVolume> HXBlockDevices::volumesOf(const HXBlockDisk &disk)
 QList<HXVolume> HXBlockDevices::mountedVolumes()
 {
     QList<HXVolume> volumes;
-    QStringList seen;
-    for (const Mount &mount : readMounts()) {
-        // Bind mounts show one file system several times; its first mount names it.
-        if (!mount.source.startsWith(QLatin1String("/dev/")) || seen.contains(mount.source))
+    const QList<Mount> mounts = readMounts();
+    for (const Mount &mount : mounts) {
+        if (!mount.source.startsWith(QLatin1String("/dev/")))
             continue;
-        seen.append(mount.source);
+        // /dev/mapper/root is /dev/dm-0 to the kernel's own records.
+        const QString canonical = QFileInfo(mount.source).canonicalFilePath();
+        const QString path = canonical.isEmpty() ? mount.source : canonical;
+        if (std::any_of(volumes.cbegin(), volumes.cend(),
+                        [&](const HXVolume &v) { return v.devicePath == path; }))
+            continue;
         HXVolume volume;
-        volume.devicePath = mount.source;
-        volume.kernelName = QFileInfo(mount.source).fileName();
-        volume.fsType = mount.fsType;
-        volume.mountPoint = mount.mountPoint;
-        volume.mountedReadWrite = mount.readWrite;
+        volume.devicePath = path;
+        volume.kernelName = QFileInfo(path).fileName();
+        probeFileSystem(&volume);
+        attachMount(&volume, mounts);
+        if (volume.fsType.isEmpty())
+            volume.fsType = mount.fsType;
         volumes.append(volume);
     }
     return volumes;

@@ -36,6 +36,8 @@ QVariantMap HXBlockDisk::diskInfo() const
 {
     return {{QStringLiteral("uuid"), uuid},
             {HXBSDNameKey, kernelName},
+            // The status box reads "Disk: sda Volume: ..."; a whole disk is named by its model.
+            {HXVolumeNameKey, nameAndSize()},
             {HXDeviceNameAndSizeKey, nameAndSize()}};
 }
 

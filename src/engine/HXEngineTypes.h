@@ -33,7 +33,7 @@ struct HXBlockDisk
     // "WDC WD40EFRX-68N32N0 (4.0 TB)"; the kernel name when there is no model.
     QString nameAndSize() const;
     // The result's "disk" dictionary: "uuid", "bsdName" (the kernel's name),
-    // "deviceNameAndSize".
+    // "volumeName" and "deviceNameAndSize" (both the model and size).
     QVariantMap diskInfo() const;
 };
 

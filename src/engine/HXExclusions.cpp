@@ -2,9 +2,11 @@
 
 #include <QDir>
 
-HXExclusions HXExclusions::fromEntries(const QVariantList &entries)
+HXExclusions HXExclusions::fromEntries(const QVariantList &entries, const QStringList &mountPoints)
 {
     HXExclusions exclusions;
+    for (const QString &mountPoint : mountPoints)
+        exclusions.m_mountPoints.append(QDir::cleanPath(mountPoint));
     for (const QVariant &value : entries) {
         const QVariantMap map = value.toMap();
         Entry entry;
@@ -14,6 +16,7 @@ HXExclusions HXExclusions::fromEntries(const QVariantList &entries)
         entry.fileTest = map.value(QStringLiteral("isExcludedFromFileTest")).toBool();
         entry.volumeTest = map.value(QStringLiteral("isExcludedFromVolTest")).toBool();
         entry.surfaceScan = map.value(QStringLiteral("isExcludedFromSurfaceScanTest")).toBool();
+        entry.isVolume = map.value(QStringLiteral("NSURLIsVolumeKey")).toBool();
         exclusions.m_entries.append(entry);
     }
     return exclusions;
@@ -43,15 +46,32 @@ bool HXExclusions::excludesFromSurfaceScan(const HXVolume &volume) const
     return false;
 }
 
+QString HXExclusions::mountPointOf(const QString &path) const
+{
+    QString best;
+    for (const QString &mountPoint : m_mountPoints) {
+        const bool inside = path == mountPoint || mountPoint == QLatin1String("/") ||
+                            path.startsWith(mountPoint + QLatin1Char('/'));
+        if (inside && mountPoint.size() > best.size())
+            best = mountPoint;
+    }
+    return best;
+}
+
 bool HXExclusions::excludesFromFileTest(const QString &path) const
 {
     const QString clean = QDir::cleanPath(path);
     for (const Entry &entry : m_entries) {
         if (!entry.fileTest)
             continue;
-        if (clean == entry.path || entry.path == QLatin1String("/") ||
-            clean.startsWith(entry.path + QLatin1Char('/')))
-            return true;
+        const bool inside = clean == entry.path || entry.path == QLatin1String("/") ||
+                            clean.startsWith(entry.path + QLatin1Char('/'));
+        if (!inside)
+            continue;
+        // A volume's files end where another volume is mounted inside it.
+        if (entry.isVolume && !m_mountPoints.isEmpty() && mountPointOf(clean) != entry.path)
+            continue;
+        return true;
     }
     return false;
 }

@@ -12,12 +12,17 @@ class HXExclusions
 {
 public:
     HXExclusions() = default;
-    static HXExclusions fromEntries(const QVariantList &entries);
+    // `mountPoints`: the machine's, so that a volume's exclusion covers the
+    // files of that volume and not those of others mounted inside it (an
+    // excluded "/" leaves a separate /home to the file test).
+    static HXExclusions fromEntries(const QVariantList &entries,
+                                    const QStringList &mountPoints = {});
 
     bool isEmpty() const { return m_entries.isEmpty(); }
     bool excludesFromVolumeTest(const HXVolume &volume) const;
     bool excludesFromSurfaceScan(const HXVolume &volume) const;
-    // The path is an excluded path or lies inside an excluded folder.
+    // The path is an excluded path, lies inside an excluded folder, or lies
+    // on an excluded volume.
     bool excludesFromFileTest(const QString &path) const;
 
 private:
@@ -27,8 +32,11 @@ private:
         bool fileTest = false;
         bool volumeTest = false;
         bool surfaceScan = false;
+        bool isVolume = false; // "NSURLIsVolumeKey"
     };
+    QString mountPointOf(const QString &path) const;
     bool namesVolume(const Entry &entry, const HXVolume &volume) const;
 
     QList<Entry> m_entries;
+    QStringList m_mountPoints;
 };

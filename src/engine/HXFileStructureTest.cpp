@@ -111,7 +111,7 @@ bool isInternalInode(const HXVolume &volume, quint64 inode)
 }
 
 QStringList problemFiles(const HXVolume &volume, const QList<quint64> &inodes,
-                         const HXEngineContext &context)
+                         const HXEngineContext &context, QStringList *unfound)
 {
     QSet<quint64> wanted;
     for (quint64 inode : inodes) {
@@ -137,11 +137,9 @@ QStringList problemFiles(const HXVolume &volume, const QList<quint64> &inodes,
         if (!path.isEmpty())
             files.append(path);
         else if (isInternalInode(volume, inode))
-            files.append(QStringLiteral("inode %1 on %2 (the file system's own)")
-                             .arg(inode)
-                             .arg(volume.mountPoint));
+            unfound->append(QStringLiteral("inode %1 (the file system's own)").arg(inode));
         else
-            files.append(QStringLiteral("inode %1 on %2").arg(inode).arg(volume.mountPoint));
+            unfound->append(QStringLiteral("inode %1").arg(inode));
     }
     return files;
 }
@@ -209,9 +207,15 @@ QList<HXTestFinding> HXFileStructureTest::run(const HXEngineContext &context)
                               .arg(volumeName(volume), sources(records));
         } else {
             finding.type = HXDTestResultErrorType;
-            const QStringList files = problemFiles(volume, records.inodes, context);
+            // Only paths go into the list the window offers to show; what
+            // could not be found by name is said in the line itself.
+            QStringList unfound;
+            const QStringList files = problemFiles(volume, records.inodes, context, &unfound);
             finding.log = QStringLiteral("File system errors on %1: %2.")
                               .arg(volumeName(volume), describe(records));
+            if (!unfound.isEmpty())
+                finding.log += QStringLiteral(" Not found by name on %1: %2.")
+                                   .arg(volume.mountPoint, unfound.join(QStringLiteral(", ")));
             for (const QString &file : files)
                 finding.log += QLatin1Char('\n') + file;
             if (!files.isEmpty())

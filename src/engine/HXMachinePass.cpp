@@ -2,23 +2,6 @@
 
 #include <algorithm>
 
-namespace {
-
-constexpr std::pair<HXTest, const char *> kKeys[] = {
-    {HXTest::SMART, "smart"},
-    {HXTest::SurfaceScan, "surface"},
-    {HXTest::FileStructures, "files"},
-    {HXTest::Memory, "memory"},
-    {HXTest::VolumeStructures, "volumes"},
-    {HXTest::PartitionMap, "partitions"},
-    {HXTest::RAID, "raid"},
-    {HXTest::Battery, "battery"},
-    {HXTest::IO, "io"},
-    {HXTest::POST, "post"},
-};
-
-} // namespace
-
 HXMachinePass::HXMachinePass(Tests tests)
     : m_tests(std::move(tests))
 {
@@ -28,18 +11,14 @@ HXMachinePass::HXMachinePass(Tests tests)
 
 QString HXMachinePass::commandLineKey(HXTest test)
 {
-    for (const auto &[value, key] : kKeys) {
-        if (value == test)
-            return QLatin1String(key);
-    }
-    return {};
+    return HXTestInfo(test).key;
 }
 
 std::optional<HXTest> HXMachinePass::testForCommandLineKey(const QString &key)
 {
-    for (const auto &[value, name] : kKeys) {
-        if (key == QLatin1String(name))
-            return value;
+    for (const HXTestDescriptor &descriptor : HXTestTable()) {
+        if (key == descriptor.key)
+            return descriptor.test;
     }
     return std::nullopt;
 }
@@ -52,8 +31,9 @@ bool HXMachinePass::run(const HXEngineContext &context, const Observer &observer
         if (observer.testStarted)
             observer.testStarted(test->test());
         const QList<HXTestFinding> findings = test->run(context);
-        if (observer.testFinished)
-            observer.testFinished(test->test(), findings);
+        const auto &report = context.isCancelled() ? observer.testStopped : observer.testFinished;
+        if (report)
+            report(test->test(), findings);
     }
     return !context.isCancelled();
 }

@@ -19,6 +19,10 @@ public:
         std::function<void(HXTest)> testStarted;
         // The findings; an empty list means the test does not apply here.
         std::function<void(HXTest, const QList<HXTestFinding> &)> testFinished;
+        // In place of testFinished when the pass was cancelled while the test
+        // ran: what it found before it stopped (an interrupted surface scan's
+        // part), perhaps nothing, which then says nothing about applying.
+        std::function<void(HXTest, const QList<HXTestFinding> &)> testStopped;
     };
 
     explicit HXMachinePass(Tests tests);
@@ -30,7 +34,7 @@ public:
     static std::optional<HXTest> testForCommandLineKey(const QString &key);
 
     // False when the pass was cancelled before its last test finished; the
-    // test that was running then still reports what it found.
+    // test that was running then reports what it found through testStopped.
     bool run(const HXEngineContext &context, const Observer &observer);
 
 private:

@@ -55,6 +55,7 @@ HXTestFinding HXRAIDTest::judge(const HXMdArray &array, const QString &uuid)
     finding.testInfo.insert(
         HXDiskKey, QVariantMap{{QStringLiteral("uuid"), uuid.isEmpty() ? array.name : uuid},
                                {HXBSDNameKey, array.name},
+                               {HXVolumeNameKey, array.name + kind},
                                {HXDeviceNameAndSizeKey, array.name + kind}});
 
     const QStringList failed = array.failedMembers();

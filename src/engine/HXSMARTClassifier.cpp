@@ -314,30 +314,22 @@ HXSMARTReport HXSMARTClassifier::classify(const QByteArray &json, int processExi
         report.verdict = HXSMARTReport::Verdict::Error;
     } else if (!evidence.warnings.isEmpty()) {
         report.verdict = HXSMARTReport::Verdict::Warning;
-    } else if (!evidence.hasHealth) {
-        // Bit 2 alone with nothing read: the commands did not reach the
-        // drive, typically a hardware RAID volume that hides its members.
-        // That says nothing against the disk, so it is not tested.
+    } else if (!evidence.hasHealth || (bits & CommandFailedBit)) {
+        // Bit 2 alone: some of the drive's SMART commands did not reach it,
+        // typically behind a RAID controller (even where smartctl then read
+        // the attributes and judged from them, it says so itself). That says
+        // nothing against the disk, and is not a whole test of it either: it
+        // is named as not tested. A fault it did read is reported above.
         report.reasons << ((bits & CommandFailedBit)
                                ? withMessages(
                                      QStringLiteral("its SMART commands failed (it may sit "
                                                     "behind a RAID controller)"),
-                                     messages(root, QStringLiteral("error")))
+                                     messages(root, QStringLiteral("error")) +
+                                         messages(root, QStringLiteral("warning")))
                                : QStringLiteral("smartctl reported no health information for it"));
         return report;
     } else {
         report.verdict = HXSMARTReport::Verdict::Passed;
-        // Bit 2 with health data read is a drive that refused one command,
-        // most often the overall health status behind a MegaRAID controller:
-        // smartctl then judges from the attribute table it did read (and
-        // says so), the self-test and error logs were read too, and none of
-        // it shows a fault. That is a real test of the disk, so it passes,
-        // with the limit named, rather than being hidden as "not tested".
-        if (bits & CommandFailedBit)
-            evidence.notes << withMessages(
-                QStringLiteral("the drive did not answer every SMART command, so the verdict rests "
-                               "on what it did report"),
-                messages(root, QStringLiteral("warning")));
         if (!passed.isBool())
             evidence.notes << QStringLiteral("smartctl gave no overall health status; judged from "
                                              "its health data alone");

@@ -7,16 +7,20 @@
 const std::array<HXTestDescriptor, HXTestCount> &HXTestTable()
 {
     static const std::array<HXTestDescriptor, HXTestCount> table{{
-        {HXTest::SMART, HXDSMARTCheckTestName, HXTestGroup::Drives},
-        {HXTest::SurfaceScan, HXDSurfaceScanTestName, HXTestGroup::Drives},
-        {HXTest::FileStructures, HXDFileStructureTestName, HXTestGroup::Files},
-        {HXTest::Memory, HXDMemoryTestName, HXTestGroup::Hardware},
-        {HXTest::VolumeStructures, HXDFilesystemCheckTestName, HXTestGroup::Drives},
-        {HXTest::PartitionMap, HXDPartitionMapCheckTestName, HXTestGroup::Drives},
-        {HXTest::RAID, HXDRAIDCheckTestName, HXTestGroup::Drives},
-        {HXTest::Battery, HXDBatteryTestName, HXTestGroup::Hardware},
-        {HXTest::IO, HXDIOErrorTestName, HXTestGroup::System},
-        {HXTest::POST, HXDPOSTCheckTestName, HXTestGroup::System},
+        {HXTest::SMART, HXDSMARTCheckTestName, HXTestGroup::Drives, QStringLiteral("smart")},
+        {HXTest::SurfaceScan, HXDSurfaceScanTestName, HXTestGroup::Drives,
+         QStringLiteral("surface")},
+        {HXTest::FileStructures, HXDFileStructureTestName, HXTestGroup::Files,
+         QStringLiteral("files")},
+        {HXTest::Memory, HXDMemoryTestName, HXTestGroup::Hardware, QStringLiteral("memory")},
+        {HXTest::VolumeStructures, HXDFilesystemCheckTestName, HXTestGroup::Drives,
+         QStringLiteral("volumes")},
+        {HXTest::PartitionMap, HXDPartitionMapCheckTestName, HXTestGroup::Drives,
+         QStringLiteral("partitions")},
+        {HXTest::RAID, HXDRAIDCheckTestName, HXTestGroup::Drives, QStringLiteral("raid")},
+        {HXTest::Battery, HXDBatteryTestName, HXTestGroup::Hardware, QStringLiteral("battery")},
+        {HXTest::IO, HXDIOErrorTestName, HXTestGroup::System, QStringLiteral("io")},
+        {HXTest::POST, HXDPOSTCheckTestName, HXTestGroup::System, QStringLiteral("post")},
     }};
     return table;
 }

@@ -5,7 +5,6 @@
 #include <QList>
 #include <QString>
 #include <QVariantMap>
-
 #include <array>
 #include <limits>
 
@@ -53,8 +52,9 @@ inline constexpr qint64 HXResultIndexNotFound = std::numeric_limits<qint64>::max
 struct HXTestDescriptor
 {
     HXTest test;
-    QString testName;  // contained in a result's name
+    QString testName; // contained in a result's name
     HXTestGroup group;
+    QString key; // the short name on command lines and in metrics: "smart", "io"...
 };
 const std::array<HXTestDescriptor, HXTestCount> &HXTestTable();
 const HXTestDescriptor &HXTestInfo(HXTest test);

@@ -233,9 +233,11 @@ private Q_SLOTS:
         writeSupply(desktop.path(), QStringLiteral("hid-00:1f:20:aa:bb:cc-battery"),
                     {{"type", "Battery"}, {"scope", "Device"}, {"capacity", "40"}});
         QTemporaryDir emptyBay; // a laptop whose battery was taken out
-        writeSupply(emptyBay.path(), QStringLiteral("BAT0"), {{"type", "Battery"}, {"present", "0"}});
+        writeSupply(emptyBay.path(), QStringLiteral("BAT0"),
+                    {{"type", "Battery"}, {"present", "0"}});
         QTemporaryDir nothing;
-        for (const QString &sysroot : {kFixtureRoot, desktop.path(), emptyBay.path(), nothing.path()}) {
+        for (const QString &sysroot :
+             {kFixtureRoot, desktop.path(), emptyBay.path(), nothing.path()}) {
             const bool tested = !runUnder(sysroot).findings.isEmpty(); // sets ORVEX_SYSROOT
             const HXLinuxMachineProbes probes;                         // constructed after it
             QCOMPARE(probes.powerSupplyFolder, sysroot + QStringLiteral("/sys/class/power_supply"));

@@ -88,6 +88,21 @@ private Q_SLOTS:
         QVERIFY(exclusions.excludesFromFileTest(QStringLiteral("/media/backup/x")));
         QVERIFY(!exclusions.excludesFromFileTest(QStringLiteral("relative/is/ignored/x")));
         QVERIFY(HXExclusions::fromEntries({}).isEmpty());
+
+        // An excluded root volume leaves the volumes mounted inside it alone.
+        const QVariantMap root{{QStringLiteral("path"), QStringLiteral("/")},
+                               {QStringLiteral("NSURLIsVolumeKey"), true},
+                               {QStringLiteral("isExcludedFromFileTest"), true}};
+        const auto rootOnly =
+            HXExclusions::fromEntries({root}, {QStringLiteral("/"), QStringLiteral("/home")});
+        QVERIFY(rootOnly.excludesFromFileTest(QStringLiteral("/etc/passwd")));
+        QVERIFY(!rootOnly.excludesFromFileTest(QStringLiteral("/home/ada/notes.txt")));
+        QVERIFY(!rootOnly.excludesFromFileTest(QStringLiteral("/home")));
+        // A folder's exclusion is by path, whatever is mounted inside it.
+        QVariantMap folder = root;
+        folder.insert(QStringLiteral("NSURLIsVolumeKey"), false);
+        QVERIFY(HXExclusions::fromEntries({folder}, {QStringLiteral("/"), QStringLiteral("/home")})
+                    .excludesFromFileTest(QStringLiteral("/home/ada/notes.txt")));
     }
 
     void programsAreFoundOnThePathAndBounded()
@@ -138,10 +153,10 @@ private Q_SLOTS:
         QList<HXTest> started;
         QList<qsizetype> found;
         HXEngineContext context;
-        const bool completed = pass.run(context, {[&](HXTest t) { started.append(t); },
-                                                  [&](HXTest, const QList<HXTestFinding> &f) {
-                                                      found.append(f.size());
-                                                  }});
+        HXMachinePass::Observer all;
+        all.testStarted = [&](HXTest t) { started.append(t); };
+        all.testFinished = [&](HXTest, const QList<HXTestFinding> &f) { found.append(f.size()); };
+        const bool completed = pass.run(context, all);
         QVERIFY(completed);
         const QList<HXTest> order{HXTest::SMART, HXTest::SurfaceScan, HXTest::Battery,
                                   HXTest::POST};
@@ -149,7 +164,7 @@ private Q_SLOTS:
         QCOMPARE(started, order);
         QCOMPARE(found, QList<qsizetype>(4, 1));
 
-        // The running test ends and reports; no further test starts.
+        // The running test ends and reports as stopped; no further test starts.
         std::atomic_bool cancelled = false;
         ran.clear();
         HXMachinePass::Tests two;
@@ -157,11 +172,19 @@ private Q_SLOTS:
         two.push_back(std::make_unique<ScriptedTest>(HXTest::RAID, &ran));
         context.cancelled = &cancelled;
         int finished = 0;
-        QVERIFY(!HXMachinePass(std::move(two)).run(context, {{}, [&](HXTest, const auto &) {
-                                                                 ++finished;
-                                                             }}));
+        QList<HXTest> stopped;
+        HXMachinePass::Observer observer;
+        observer.testFinished = [&](HXTest, const auto &) {
+            ++finished;
+        };
+        observer.testStopped = [&](HXTest t, const QList<HXTestFinding> &f) {
+            stopped.append(t);
+            QCOMPARE(f.size(), 1); // what it found before it stopped is kept
+        };
+        QVERIFY(!HXMachinePass(std::move(two)).run(context, observer));
         QCOMPARE(ran, QList<HXTest>{HXTest::Memory});
-        QCOMPARE(finished, 1);
+        QCOMPARE(stopped, QList<HXTest>{HXTest::Memory});
+        QCOMPARE(finished, 0);
     }
 
     void commandLineKeysNameEveryTest()
@@ -187,17 +210,22 @@ private Q_SLOTS:
                     "27 1 254:0 / / rw,relatime - ext4 /dev/vda rw,discard\n"
                     "40 27 8:17 / /media/My\\040Photos ro,nosuid shared:5 - vfat /dev/sdb1 ro\n"
                     "41 27 8:17 /sub /srv/bind rw - vfat /dev/sdb1 rw\n"
+                    "42 27 8:33 / /media/Old\\040Disk ro - ext2 /dev/sdc1 ro\n"
                     "garbage line\n");
         table.close();
         qputenv("ORVEX_SYSROOT", QFile::encodeName(root.path()));
         auto restore = qScopeGuard([] { qunsetenv("ORVEX_SYSROOT"); });
         const QList<HXVolume> mounted = HXBlockDevices::mountedVolumes();
-        QCOMPARE(mounted.size(), 2);
+        QCOMPARE(mounted.size(), 3);
         QCOMPARE(mounted[0].devicePath, QStringLiteral("/dev/vda"));
         QVERIFY(mounted[0].mountedReadWrite);
-        QCOMPARE(mounted[1].mountPoint, QStringLiteral("/media/My Photos"));
-        QCOMPARE(mounted[1].fsType, QStringLiteral("vfat"));
-        QVERIFY(!mounted[1].mountedReadWrite);
+        // Mounted read-only once and read-write elsewhere: in use read-write.
+        QCOMPARE(mounted[1].devicePath, QStringLiteral("/dev/sdb1"));
+        QCOMPARE(mounted[1].mountPoint, QStringLiteral("/srv/bind"));
+        QVERIFY(mounted[1].mountedReadWrite);
+        QCOMPARE(mounted[2].mountPoint, QStringLiteral("/media/Old Disk"));
+        QCOMPARE(mounted[2].fsType, QStringLiteral("ext2"));
+        QVERIFY(!mounted[2].mountedReadWrite);
     }
 
     void aLoopDiskIsKnownByItsPartitionMap()

@@ -13,25 +13,29 @@ QSettings agentSettings()
 }
 } // namespace
 
-AgentService::AgentService(HXDBusNotificationCenter *center, const QString &identity, QObject *parent)
+AgentService::AgentService(HXDBusNotificationCenter *center, const QString &identity,
+                           QObject *parent)
     : QObject(parent)
 {
     center->addObserver(HXOrvexAgentShowsStatusMenuDidChangeNotification, identity,
                         [this](const HXDistributedNotification &n) {
-                            setShowsStatusMenu(n.userInfo.value(HXOrvexAgentShowsStatusMenuKey).toBool());
+                            setShowsStatusMenu(
+                                n.userInfo.value(HXOrvexAgentShowsStatusMenuKey).toBool());
                         });
-    center->addObserver(HXOrvexAgentSuppressUserInteractionDidChangeNotification, identity,
-                        [](const HXDistributedNotification &n) {
-                            const bool suppress = n.userInfo.value(HXIOrvexSuppressUserInteractionKey).toBool();
-                            agentSettings().setValue(HXIOrvexSuppressUserInteractionKey, suppress);
-                            HXSystemLog::write(suppress ? QStringLiteral("Agent: alert dialogs suppressed")
-                                                        : QStringLiteral("Agent: alert dialogs shown"));
-                        });
+    center->addObserver(
+        HXOrvexAgentSuppressUserInteractionDidChangeNotification, identity,
+        [](const HXDistributedNotification &n) {
+            const bool suppress = n.userInfo.value(HXIOrvexSuppressUserInteractionKey).toBool();
+            agentSettings().setValue(HXIOrvexSuppressUserInteractionKey, suppress);
+            HXSystemLog::write(suppress ? QStringLiteral("Agent: alert dialogs suppressed")
+                                        : QStringLiteral("Agent: alert dialogs shown"));
+        });
 }
 
 void AgentService::alertUserToFinderNeedsRelaunch()
 {
-    HXSystemLog::write(QStringLiteral("Agent: the file manager needs a restart to show the new badges"));
+    HXSystemLog::write(
+        QStringLiteral("Agent: the file manager needs a restart to show the new badges"));
 }
 
 bool AgentService::showsStatusMenu()
@@ -42,5 +46,6 @@ bool AgentService::showsStatusMenu()
 void AgentService::setShowsStatusMenu(bool shows)
 {
     agentSettings().setValue(HXOrvexAgentShowsStatusMenuKey, shows);
-    HXSystemLog::write(shows ? QStringLiteral("Agent: status menu shown") : QStringLiteral("Agent: status menu hidden"));
+    HXSystemLog::write(shows ? QStringLiteral("Agent: status menu shown")
+                             : QStringLiteral("Agent: status menu hidden"));
 }

@@ -28,7 +28,8 @@ const QStringList kBlacklistedApps = {QStringLiteral("badblocks"), QStringLitera
 
 } // namespace
 
-IdleDaemonService::IdleDaemonService(WorkerDaemonService *worker, bool sleepTimeAllowsIdleRun, QObject *parent)
+IdleDaemonService::IdleDaemonService(WorkerDaemonService *worker, bool sleepTimeAllowsIdleRun,
+                                     QObject *parent)
     : QObject(parent)
     , m_worker(worker)
     , m_sleepTimeAllowsIdleRun(sleepTimeAllowsIdleRun)
@@ -42,18 +43,21 @@ QVariantMap IdleDaemonService::schedule() const
     return m_settings.schedule();
 }
 
-QVariant IdleDaemonService::decodeArgument(const QByteArray &bytes, const char *method, int expected)
+QVariant IdleDaemonService::decodeArgument(const QByteArray &bytes, const char *method,
+                                           int expected)
 {
     QString why;
     const QVariant value = BinaryPlistReader::read(bytes, &why);
-    if (value.isValid() && (expected == QMetaType::UnknownType || value.metaType().id() == expected))
+    if (value.isValid() &&
+        (expected == QMetaType::UnknownType || value.metaType().id() == expected))
         return value;
-    const QString sentence = QStringLiteral("Refused %1 from %2: its argument is not %3 binary property list (%4)")
-                                 .arg(QLatin1String(method), message().service(),
-                                      expected == QMetaType::QVariantMap    ? QStringLiteral("a dictionary as a")
-                                      : expected == QMetaType::QVariantList ? QStringLiteral("an array as a")
-                                                                            : QStringLiteral("a"),
-                                      why.isEmpty() ? QStringLiteral("another kind of value") : why);
+    const QString sentence =
+        QStringLiteral("Refused %1 from %2: its argument is not %3 binary property list (%4)")
+            .arg(QLatin1String(method), message().service(),
+                 expected == QMetaType::QVariantMap    ? QStringLiteral("a dictionary as a")
+                 : expected == QMetaType::QVariantList ? QStringLiteral("an array as a")
+                                                       : QStringLiteral("a"),
+                 why.isEmpty() ? QStringLiteral("another kind of value") : why);
     HXSystemLog::write(sentence);
     sendErrorReply(QDBusError::InvalidArgs, sentence);
     return {};
@@ -214,7 +218,8 @@ void IdleDaemonService::requestLogDeletionForUser(const QString &user)
 
 void IdleDaemonService::recordUserReviewedNewIssues(const QByteArray &issues)
 {
-    const QVariant value = decodeArgument(issues, "recordUserReviewedNewIssues", QMetaType::UnknownType);
+    const QVariant value =
+        decodeArgument(issues, "recordUserReviewedNewIssues", QMetaType::UnknownType);
     if (!value.isValid())
         return;
     m_settings.set({{IdleDaemonSettings::kReviewedKey, value},
@@ -240,7 +245,8 @@ void IdleDaemonService::invalidateFinderNeedsRelaunchForUser(const QString &user
 
 void IdleDaemonService::scheduleFinderNeedsRelaunchForUsers(const QByteArray &users)
 {
-    const QVariant value = decodeArgument(users, "scheduleFinderNeedsRelaunchForUsers", QMetaType::QVariantList);
+    const QVariant value =
+        decodeArgument(users, "scheduleFinderNeedsRelaunchForUsers", QMetaType::QVariantList);
     if (value.isValid())
         m_settings.set(IdleDaemonSettings::kRelaunchKey, value);
 }
@@ -379,6 +385,4 @@ void IdleDaemonService::setPOSTTestLastCheckDate(double date)
         m_settings.remove(IdleDaemonSettings::kPOSTDateKey);
 }
 
-void IdleDaemonService::framistan()
-{
-}
+void IdleDaemonService::framistan() {}

@@ -1,8 +1,8 @@
 #include "IdleDaemonSettings.h"
 
+#include "HXDaemonFiles.h"
 #include "HXProductPaths.h"
 #include "HXSystemLog.h"
-#include "HXDaemonFiles.h"
 
 #include <QFile>
 

@@ -1,10 +1,7 @@
 #include "ScenarioTestingPass.h"
 
 #include "HXConstants.h"
-#include "HXProductPaths.h"
 #include "HXStatusReporter.h"
-
-#include <QFileInfo>
 
 namespace {
 
@@ -87,7 +84,7 @@ void ScenarioTestingPass::runNextTest()
 void ScenarioTestingPass::finishCurrentTest()
 {
     // Forced failures are read when the test ends, as a daemon would.
-    const bool forceFailure = QFileInfo::exists(HXProductPaths::forceFailuresMarker());
+    const bool forceFailure = failuresForced();
     const HXTest test = m_scenario.runs[m_next].test;
     bool applies = false;
     bool failed = false;
@@ -97,9 +94,7 @@ void ScenarioTestingPass::finishCurrentTest()
             continue;
         applies = true;
         failed = failed || result->type() != HXDTestResultSuccessType;
-        m_reporter->recordTestResult(result);
-        if (result->type() == HXDTestResultErrorType)
-            m_reporter->postErrorNotificationWithTestResult(result);
+        recordResult(m_reporter, result);
     }
     m_next = m_currentEnd;
     Q_EMIT testFinished(test, !applies ? HXLiveTestStatusNotApplicable

@@ -26,8 +26,8 @@ constexpr std::pair<StandinOutcome, const char *> kOutcomeKeys[] = {
     {StandinOutcome::NotApplicable, "notApplicable"},
 };
 
-StandinTestRun run(HXTest test, StandinOutcome outcome, const QString &disk = {}, const QString &log = {},
-                   const QStringList &files = {})
+StandinTestRun run(HXTest test, StandinOutcome outcome, const QString &disk = {},
+                   const QString &log = {}, const QStringList &files = {})
 {
     return StandinTestRun{test, outcome, disk, log, files, {}};
 }
@@ -47,14 +47,16 @@ bool readDisk(const QJsonValue &value, int index, StandinDisk *disk, QString *er
     disk->name = o.value(QLatin1String("name")).toString();
     disk->uuid = o.value(QLatin1String("uuid")).toString();
     if (!value.isObject() || disk->id.isEmpty() || disk->bsdName.isEmpty() || disk->uuid.isEmpty())
-        return fail(error, QStringLiteral("disks[%1] needs the strings \"id\", \"bsdName\" and \"uuid\"").arg(index));
+        return fail(error,
+                    QStringLiteral("disks[%1] needs the strings \"id\", \"bsdName\" and \"uuid\"")
+                        .arg(index));
     if (disk->name.isEmpty())
         disk->name = disk->bsdName;
     return true;
 }
 
-bool readRun(const QJsonValue &value, int index, const StandinScenario &scenario, StandinTestRun *run,
-             QString *error)
+bool readRun(const QJsonValue &value, int index, const StandinScenario &scenario,
+             StandinTestRun *run, QString *error)
 {
     const QString where = QStringLiteral("tests[%1]").arg(index);
     if (!value.isObject())
@@ -73,7 +75,9 @@ bool readRun(const QJsonValue &value, int index, const StandinScenario &scenario
         }
     }
     if (!known)
-        return fail(error, where + QStringLiteral(": \"outcome\" must be passed, warning, error or notApplicable"));
+        return fail(error,
+                    where + QStringLiteral(
+                                ": \"outcome\" must be passed, warning, error or notApplicable"));
     run->diskId = o.value(QLatin1String("disk")).toString();
     if (!run->diskId.isEmpty() && !scenario.disk(run->diskId))
         return fail(error, where + QStringLiteral(": no disk has the id \"%1\"").arg(run->diskId));
@@ -126,9 +130,11 @@ StandinScenario StandinScenario::defaultScenario()
 {
     StandinScenario s;
     s.disks = {
-        {QStringLiteral("system"), QStringLiteral("nvme0n1"), QStringLiteral("Samsung SSD 980 PRO 1TB"),
+        {QStringLiteral("system"), QStringLiteral("nvme0n1"),
+         QStringLiteral("Samsung SSD 980 PRO 1TB"),
          QStringLiteral("3f1c9e52-7d0a-4b8e-9a61-2c5d8e4f7b10")},
-        {QStringLiteral("backup"), QStringLiteral("sda"), QStringLiteral("WDC WD40EFRX-68N32N0 4TB"),
+        {QStringLiteral("backup"), QStringLiteral("sda"),
+         QStringLiteral("WDC WD40EFRX-68N32N0 4TB"),
          QStringLiteral("a8d27c44-1e6b-4f39-8c05-91b7e3d6f2a4")},
     };
     const QString system = QStringLiteral("system");
@@ -136,14 +142,17 @@ StandinScenario StandinScenario::defaultScenario()
     s.runs = {
         run(HXTest::SMART, StandinOutcome::Passed, system),
         run(HXTest::SMART, StandinOutcome::Warning, backup,
-            QStringLiteral("SMART test warning on WDC WD40EFRX-68N32N0 4TB (sda): 8 reallocated sectors, "
-                           "up from 0 at the last pass")),
+            QStringLiteral(
+                "SMART test warning on WDC WD40EFRX-68N32N0 4TB (sda): 8 reallocated sectors, "
+                "up from 0 at the last pass")),
         run(HXTest::SurfaceScan, StandinOutcome::Passed, system),
         run(HXTest::SurfaceScan, StandinOutcome::Warning, backup,
-            QStringLiteral("Surface Scan test warning on WDC WD40EFRX-68N32N0 4TB (sda): 3 blocks needed several "
+            QStringLiteral("Surface Scan test warning on WDC WD40EFRX-68N32N0 4TB (sda): 3 blocks "
+                           "needed several "
                            "reads")),
         run(HXTest::FileStructures, StandinOutcome::Error, system,
-            QStringLiteral("File Structures test found 3 damaged files on Samsung SSD 980 PRO 1TB (nvme0n1)"),
+            QStringLiteral(
+                "File Structures test found 3 damaged files on Samsung SSD 980 PRO 1TB (nvme0n1)"),
             {QStringLiteral("/home/demo/Pictures/2024/IMG_0412.jpg"),
              QStringLiteral("/home/demo/Documents/taxes-2025.ods"),
              QStringLiteral("/home/demo/.local/share/baloo/index")}),
@@ -165,7 +174,9 @@ std::optional<StandinScenario> StandinScenario::fromJson(const QByteArray &json,
     QJsonParseError parse;
     const QJsonDocument doc = QJsonDocument::fromJson(json, &parse);
     if (doc.isNull()) {
-        fail(error, QStringLiteral("not JSON: %1 at offset %2").arg(parse.errorString()).arg(parse.offset));
+        fail(
+            error,
+            QStringLiteral("not JSON: %1 at offset %2").arg(parse.errorString()).arg(parse.offset));
         return std::nullopt;
     }
     if (!doc.isObject()) {
@@ -179,7 +190,8 @@ std::optional<StandinScenario> StandinScenario::fromJson(const QByteArray &json,
         fail(error, QStringLiteral("\"stepMilliseconds\" must be between 1 and 600000"));
         return std::nullopt;
     }
-    s.systemSleepTimeAllowsIdleRun = o.value(QLatin1String("systemSleepTimeAllowsIdleRun")).toBool(true);
+    s.systemSleepTimeAllowsIdleRun =
+        o.value(QLatin1String("systemSleepTimeAllowsIdleRun")).toBool(true);
     const QJsonArray disks = o.value(QLatin1String("disks")).toArray();
     for (int i = 0; i < disks.size(); ++i) {
         StandinDisk disk;

@@ -80,7 +80,8 @@ const char kUsage[] =
 
 void say(const QString &sentence)
 {
-    const QByteArray bytes = (QStringLiteral("orvex-standin: ") + sentence + QLatin1Char('\n')).toUtf8();
+    const QByteArray bytes =
+        (QStringLiteral("orvex-standin: ") + sentence + QLatin1Char('\n')).toUtf8();
     std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stderr);
     std::fflush(stderr);
 }
@@ -132,13 +133,15 @@ std::optional<QString> parse(const QStringList &args, Options *options, bool *he
                 for (const QString &part : std::as_const(options->serve)) {
                     if (part != QLatin1String("idle") && part != QLatin1String("worker") &&
                         part != QLatin1String("agent"))
-                        return QStringLiteral("--serve takes idle, worker and agent, not \"%1\"").arg(part);
+                        return QStringLiteral("--serve takes idle, worker and agent, not \"%1\"")
+                            .arg(part);
                 }
             } else {
                 bool ok = false;
                 options->statusViewPort = v->toInt(&ok);
                 if (!ok || options->statusViewPort < 0 || options->statusViewPort > 65535)
-                    return QStringLiteral("--status-view-port takes a port number, not \"%1\"").arg(*v);
+                    return QStringLiteral("--status-view-port takes a port number, not \"%1\"")
+                        .arg(*v);
             }
         } else {
             return QStringLiteral("unknown option \"%1\"").arg(arg);
@@ -164,7 +167,8 @@ std::optional<StandinScenario> loadScenario(const QString &path)
 }
 
 // Each daemon has a connection of its own, as separate processes would.
-bool publish(QDBusConnection bus, const QString &connectionName, const QList<std::pair<QString, QObject *>> &objects)
+bool publish(QDBusConnection bus, const QString &connectionName,
+             const QList<std::pair<QString, QObject *>> &objects)
 {
     const QString busName = HXDBusNames::busName(connectionName);
     if (!bus.isConnected()) {
@@ -173,7 +177,8 @@ bool publish(QDBusConnection bus, const QString &connectionName, const QList<std
     }
     for (const auto &[path, object] : objects) {
         if (!bus.registerObject(path, object)) {
-            say(QStringLiteral("cannot publish %1 at %2: %3").arg(busName, path, bus.lastError().message()));
+            say(QStringLiteral("cannot publish %1 at %2: %3")
+                    .arg(busName, path, bus.lastError().message()));
             return false;
         }
     }
@@ -216,10 +221,12 @@ int main(int argc, char **argv)
 
     QDir().mkpath(HXProductPaths::libraryFolder());
     const auto daemonBusType = HXDBusNames::daemonBusType();
-    QDBusConnection workerBus = QDBusConnection::connectToBus(daemonBusType, QStringLiteral("orvex-standin-worker"));
-    QDBusConnection idleBus = QDBusConnection::connectToBus(daemonBusType, QStringLiteral("orvex-standin-idle"));
-    QDBusConnection agentBus =
-        QDBusConnection::connectToBus(QDBusConnection::SessionBus, QStringLiteral("orvex-standin-agent"));
+    QDBusConnection workerBus =
+        QDBusConnection::connectToBus(daemonBusType, QStringLiteral("orvex-standin-worker"));
+    QDBusConnection idleBus =
+        QDBusConnection::connectToBus(daemonBusType, QStringLiteral("orvex-standin-idle"));
+    QDBusConnection agentBus = QDBusConnection::connectToBus(QDBusConnection::SessionBus,
+                                                             QStringLiteral("orvex-standin-agent"));
 
     // What the worker broadcasts goes out on its own connection.
     HXDBusNotificationCenter workerCenter(workerBus, {});
@@ -242,19 +249,22 @@ int main(int argc, char **argv)
     AgentService agent(&agentCenter, HXAgentLocalConnectionString(options.agentLogin));
     new AgentAdaptor(&agent);
 
-    const bool served =
-        (!options.serve.contains(QLatin1String("worker")) ||
-         publish(workerBus, QStringLiteral("OrvexWorkerDaemon"), {{HXDBusNames::kRootObjectPath, &worker}})) &&
-        (!options.serve.contains(QLatin1String("idle")) ||
-         publish(idleBus, QStringLiteral("OrvexIdleDaemon"),
-                 {{HXDBusNames::kRootObjectPath, &idle}, {IdleDaemonService::kSchedulePath, schedule}})) &&
-        (!options.serve.contains(QLatin1String("agent")) ||
-         publish(agentBus, HXAgentConnectionName(options.agentLogin), {{HXDBusNames::kRootObjectPath, &agent}}));
+    const bool served = (!options.serve.contains(QLatin1String("worker")) ||
+                         publish(workerBus, QStringLiteral("OrvexWorkerDaemon"),
+                                 {{HXDBusNames::kRootObjectPath, &worker}})) &&
+                        (!options.serve.contains(QLatin1String("idle")) ||
+                         publish(idleBus, QStringLiteral("OrvexIdleDaemon"),
+                                 {{HXDBusNames::kRootObjectPath, &idle},
+                                  {IdleDaemonService::kSchedulePath, schedule}})) &&
+                        (!options.serve.contains(QLatin1String("agent")) ||
+                         publish(agentBus, HXAgentConnectionName(options.agentLogin),
+                                 {{HXDBusNames::kRootObjectPath, &agent}}));
     if (!served)
         return 1;
     say(QStringLiteral("serving %1 on the %2 bus; files under %3")
             .arg(options.serve.join(QStringLiteral(", ")),
-                 daemonBusType == QDBusConnection::SessionBus ? QStringLiteral("session") : QStringLiteral("system"),
+                 daemonBusType == QDBusConnection::SessionBus ? QStringLiteral("session")
+                                                              : QStringLiteral("system"),
                  HXProductPaths::libraryFolder()));
 
     HXStopSignals stop;

@@ -5,9 +5,10 @@
 #include "HXExclusionsSource.h"
 #include "HXProductPaths.h"
 #include "HXStatusReporter.h"
+#include "HXSystemLog.h"
 #include "HXWorkerLogFile.h"
 
-#include <QFileInfo>
+#include <algorithm>
 
 namespace {
 
@@ -96,19 +97,10 @@ void MachineTestingPass::runOnThread()
     } else {
         context.disks = HXBlockDevices::machineDisks();
     }
-    if (ready) {
-        for (const HXBlockDisk &disk : std::as_const(context.disks))
-            context.volumes += HXBlockDevices::volumesOf(disk);
-        QString from;
-        context.exclusions = HXExclusions::fromEntries(
-            HXExclusionsSource::fetch(m_settings.exclusionsTimeoutMs, &from));
-        QStringList names;
-        for (const HXBlockDisk &disk : std::as_const(context.disks))
-            names.append(disk.kernelName);
-        HXWorkerLogFile::note(QStringLiteral("Testing %1 disk(s) (%2); exclusions from %3")
-                                  .arg(context.disks.size())
-                                  .arg(names.join(QStringLiteral(", ")), from));
-    }
+    if (ready)
+        describeMachine(&context);
+    else
+        sayWhyNot(why);
 
     bool completed = false;
     if (ready) {
@@ -120,7 +112,13 @@ void MachineTestingPass::runOnThread()
         };
         observer.testFinished = [this](HXTest test, const QList<HXTestFinding> &findings) {
             QMetaObject::invokeMethod(
-                this, [this, test, findings] { record(test, findings); }, Qt::QueuedConnection);
+                this, [this, test, findings] { record(test, findings, false); },
+                Qt::QueuedConnection);
+        };
+        observer.testStopped = [this](HXTest test, const QList<HXTestFinding> &findings) {
+            QMetaObject::invokeMethod(
+                this, [this, test, findings] { record(test, findings, true); },
+                Qt::QueuedConnection);
         };
         completed = pass.run(context, observer);
     }
@@ -135,22 +133,59 @@ void MachineTestingPass::runOnThread()
         Qt::QueuedConnection);
 }
 
-void MachineTestingPass::record(HXTest test, QList<HXTestFinding> findings)
+void MachineTestingPass::describeMachine(HXEngineContext *context) const
 {
-    // Forced failures, for trying the application's error paths, are read
-    // when the test ends, as the stand-in reads them.
-    if (QFileInfo::exists(HXProductPaths::forceFailuresMarker())) {
+    for (const HXBlockDisk &disk : std::as_const(context->disks))
+        context->volumes += HXBlockDevices::volumesOf(disk);
+    if (!context->disksNamed) {
+        // File systems on device-mapper or md devices (LVM, encryption, a
+        // software mirror) belong to no disk of /sys/block, yet their
+        // records and superblocks are the user's files all the same.
+        for (const HXVolume &mounted : HXBlockDevices::mountedVolumes()) {
+            const bool known =
+                std::any_of(context->volumes.cbegin(), context->volumes.cend(),
+                            [&](const HXVolume &v) { return v.devicePath == mounted.devicePath; });
+            if (!known)
+                context->volumes.append(mounted);
+        }
+    }
+    QStringList mountPoints;
+    for (const HXVolume &volume : std::as_const(context->volumes)) {
+        if (!volume.mountPoint.isEmpty())
+            mountPoints.append(volume.mountPoint);
+    }
+    QString from;
+    context->exclusions = HXExclusions::fromEntries(
+        HXExclusionsSource::fetch(m_settings.exclusionsTimeoutMs, &from), mountPoints);
+    QStringList names;
+    for (const HXBlockDisk &disk : std::as_const(context->disks))
+        names.append(disk.kernelName);
+    HXWorkerLogFile::note(names.isEmpty()
+                              ? QStringLiteral("No disk to test; exclusions from %1").arg(from)
+                              : QStringLiteral("Testing %1; exclusions from %2")
+                                    .arg(names.join(QStringLiteral(", ")), from));
+}
+
+void MachineTestingPass::sayWhyNot(const QString &why)
+{
+    const QString line = QStringLiteral("The testing pass could not run: %1").arg(why);
+    HXWorkerLogFile::note(line);
+    HXSystemLog::write(line);
+}
+
+void MachineTestingPass::record(HXTest test, QList<HXTestFinding> findings, bool stopped)
+{
+    if (failuresForced()) {
         for (HXTestFinding &finding : findings) {
             finding.type = HXDTestResultErrorType;
             finding.log = QStringLiteral("(failure forced by the debug marker) ") + finding.log;
         }
     }
-    for (const HXTestFinding &finding : std::as_const(findings)) {
-        const HXTestResultRef result = HXMakeTestResult(test, finding);
-        m_reporter->recordTestResult(result);
-        if (result->type() == HXDTestResultErrorType)
-            m_reporter->postErrorNotificationWithTestResult(result);
-    }
-    Q_EMIT testRecorded(test, findings);
-    Q_EMIT testFinished(test, liveStatus(findings));
+    for (const HXTestFinding &finding : std::as_const(findings))
+        recordResult(m_reporter, HXMakeTestResult(test, finding), m_settings.announceErrors);
+    Q_EMIT testRecorded(test, findings, stopped);
+    // A test stopped before it found anything says nothing about the
+    // machine: its live status stays as it was.
+    if (!stopped)
+        Q_EMIT testFinished(test, liveStatus(findings));
 }

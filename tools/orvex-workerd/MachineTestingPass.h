@@ -25,6 +25,9 @@ public:
         QStringList diskPaths; // empty: every disk of the machine
         qint64 memoryTestBytes = qint64(256) << 20;
         int exclusionsTimeoutMs = 3000;
+        // "HXDTestFoundErrorNotification" for each error; a pass on the
+        // command line has no bus to announce it on.
+        bool announceErrors = true;
     };
 
     MachineTestingPass(const Settings &settings, HXStatusReporter *reporter,
@@ -40,13 +43,16 @@ public:
 
 Q_SIGNALS:
     // What a test found, once recorded: for a caller that prints the pass.
-    void testRecorded(HXTest test, const QList<HXTestFinding> &findings);
+    // `stopped`: the pass was stopped while the test ran.
+    void testRecorded(HXTest test, const QList<HXTestFinding> &findings, bool stopped);
     // The pass could not run at all (a named disk vanished); finished(false) follows.
     void failed(const QString &sentence);
 
 private:
     void runOnThread();
-    void record(HXTest test, QList<HXTestFinding> findings);
+    void describeMachine(HXEngineContext *context) const;
+    static void sayWhyNot(const QString &why);
+    void record(HXTest test, QList<HXTestFinding> findings, bool stopped);
     void join();
 
     Settings m_settings;

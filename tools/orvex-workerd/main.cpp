@@ -53,16 +53,17 @@ QString verdict(const QList<HXTestFinding> &findings)
 }
 
 // One pass in the foreground: a line per test, then the findings' own lines.
-int runOnce(const WorkerOptions &options, HXStatusReporter *reporter)
+int runOnce(WorkerOptions options, HXStatusReporter *reporter)
 {
+    options.pass.announceErrors = false;
     MachineTestingPass pass(options.pass, reporter);
     int status = 0;
     bool recordFailed = false;
     QObject::connect(
         &pass, &MachineTestingPass::testRecorded,
-        [&](HXTest test, const QList<HXTestFinding> &findings) {
-            QString text =
-                QStringLiteral("%1: %2\n").arg(HXTestInfo(test).testName, verdict(findings));
+        [&](HXTest test, const QList<HXTestFinding> &findings, bool stopped) {
+            const QString what = stopped ? QStringLiteral("stopped") : verdict(findings);
+            QString text = QStringLiteral("%1: %2\n").arg(HXTestInfo(test).testName, what);
             for (const HXTestFinding &finding : findings)
                 text += QStringLiteral("  %1\n").arg(finding.log.section(QLatin1Char('\n'), 0, 0));
             print(text);
@@ -134,6 +135,7 @@ int serve(const WorkerOptions &options, HXStatusReporter *reporter)
     if (options.startNow)
         worker.startTesting();
     const int status = QCoreApplication::exec();
+    reporter->setDistributedNotificationCenter(nullptr);
     bus.unregisterObject(HXDBusNames::kRootObjectPath, QDBusConnection::UnregisterTree);
     say(QStringLiteral("stopped"));
     return status;
@@ -162,8 +164,10 @@ int main(int argc, char **argv)
     QDir().mkpath(HXProductPaths::libraryFolder());
     HXStatusReporter *reporter = HXStatusReporter::sharedReporter();
     if (options.once) {
-        // The per-test lines are the output; the report's own lines go to the log file.
+        // The per-test lines are the output; the report's own lines and the
+        // worker's notes go to the log file.
         HXReportLogSetLineSink([](const QByteArray &line) { HXWorkerLogFile::append(line); });
+        HXWorkerLogFile::setEcho(false);
         return runOnce(options, reporter);
     }
     HXWorkerLogFile::install();

@@ -62,33 +62,6 @@ QString labelValue(const QString &value)
     return out;
 }
 
-QString testKey(HXTest test)
-{
-    switch (test) {
-    case HXTest::SMART:
-        return QStringLiteral("smart");
-    case HXTest::SurfaceScan:
-        return QStringLiteral("surface");
-    case HXTest::FileStructures:
-        return QStringLiteral("files");
-    case HXTest::Memory:
-        return QStringLiteral("memory");
-    case HXTest::VolumeStructures:
-        return QStringLiteral("volumes");
-    case HXTest::PartitionMap:
-        return QStringLiteral("partitions");
-    case HXTest::RAID:
-        return QStringLiteral("raid");
-    case HXTest::Battery:
-        return QStringLiteral("battery");
-    case HXTest::IO:
-        return QStringLiteral("io");
-    case HXTest::POST:
-        return QStringLiteral("post");
-    }
-    return {};
-}
-
 QString status(const HXStatusBoard &board, const HXStatusReport &report,
                const HXMachineProbes &machine)
 {
@@ -101,10 +74,10 @@ QString status(const HXStatusBoard &board, const HXStatusReport &report,
         const int code =
             applies(d.test, machine) ? board.testStatus(d.test) : int(HXGroupStatusNotApplicable);
         codes[size_t(d.test)] = code;
-        out += QStringLiteral("orvex_test_status{test=\"%1\",name=\"%2\",group=\"%3\"} %4\n")
-                   .arg(labelValue(testKey(d.test)), labelValue(d.testName),
-                        labelValue(HXTestGroupKey(d.group)))
-                   .arg(code);
+        out +=
+            QStringLiteral("orvex_test_status{test=\"%1\",name=\"%2\",group=\"%3\"} %4\n")
+                .arg(labelValue(d.key), labelValue(d.testName), labelValue(HXTestGroupKey(d.group)))
+                .arg(code);
     }
 
     out += family(

@@ -97,11 +97,10 @@ QJsonObject status(const HXStatusBoard &board)
     QJsonObject tests;
     for (const HXTestDescriptor &d : HXTestTable()) {
         const qint64 index = board.resultIndex(d.test);
-        tests.insert(d.testName,
-                     QJsonObject{{QStringLiteral("status"), board.testStatus(d.test)},
-                                 {QStringLiteral("index"), index == HXResultIndexNotFound
-                                                               ? QJsonValue::Null
-                                                               : QJsonValue(index)}});
+        tests.insert(d.testName, QJsonObject{{QStringLiteral("status"), board.testStatus(d.test)},
+                                             {QStringLiteral("index"),
+                                              index == HXResultIndexNotFound ? QJsonValue::Null
+                                                                             : QJsonValue(index)}});
     }
     QJsonObject groups;
     for (int g = 0; g < HXTestGroupCount; ++g)

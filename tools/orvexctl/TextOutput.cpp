@@ -12,7 +12,10 @@ QString paint(const QString &text, int groupStatus, bool colour)
 {
     if (!colour)
         return text;
-    const char *code = groupStatus == 3 ? "31;1" : groupStatus == 2 ? "33;1" : groupStatus == 1 ? "32" : "2";
+    const char *code = groupStatus == 3   ? "31;1"
+                       : groupStatus == 2 ? "33;1"
+                       : groupStatus == 1 ? "32"
+                                          : "2";
     return QStringLiteral("\x1b[%1m%2\x1b[0m").arg(QLatin1String(code), text);
 }
 
@@ -57,14 +60,17 @@ QString statusTable(const HXStatusBoard &board, bool colour)
         const QString word = statusWord(s);
         out += d.testName.leftJustified(nameWidth) + paint(word, s, colour) +
                QString(qMax(1, statusWidth - int(word.size())), QLatin1Char(' ')) +
-               (index == HXResultIndexNotFound ? QStringLiteral("-") : QStringLiteral("#%1").arg(index)) +
+               (index == HXResultIndexNotFound ? QStringLiteral("-")
+                                               : QStringLiteral("#%1").arg(index)) +
                QLatin1Char('\n');
     }
-    out += QStringLiteral("\n%1%2\n").arg(QStringLiteral("GROUP"), -nameWidth).arg(QStringLiteral("STATUS"));
+    out += QStringLiteral("\n%1%2\n")
+               .arg(QStringLiteral("GROUP"), -nameWidth)
+               .arg(QStringLiteral("STATUS"));
     for (int g = 0; g < HXTestGroupCount; ++g) {
         const int s = board.groupStatus(HXTestGroup(g));
-        out += HXTestGroupKey(HXTestGroup(g)).leftJustified(nameWidth) + paint(statusWord(s), s, colour) +
-               QLatin1Char('\n');
+        out += HXTestGroupKey(HXTestGroup(g)).leftJustified(nameWidth) +
+               paint(statusWord(s), s, colour) + QLatin1Char('\n');
     }
     return out;
 }
@@ -74,7 +80,8 @@ QString statusLine(const HXStatusBoard &board, bool colour)
     QString line = QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd HH:mm:ss"));
     for (int g = 0; g < HXTestGroupCount; ++g) {
         const int s = board.groupStatus(HXTestGroup(g));
-        line += QStringLiteral("  %1 %2").arg(HXTestGroupKey(HXTestGroup(g)), paint(statusWord(s), s, colour));
+        line += QStringLiteral("  %1 %2").arg(HXTestGroupKey(HXTestGroup(g)),
+                                              paint(statusWord(s), s, colour));
     }
     return line + QLatin1Char('\n');
 }
@@ -88,14 +95,16 @@ QString report(const HXStatusReport &report, bool colour)
         const HXTestResultRef &r = results[i];
         out += QStringLiteral("  #%1  %2  %3: %4\n")
                    .arg(i)
-                   .arg(paint(r->type().leftJustified(8), statusOfType(r->type()), colour), r->name(), r->log());
+                   .arg(paint(r->type().leftJustified(8), statusOfType(r->type()), colour),
+                        r->name(), r->log());
     }
     const HXLogEntryList log = report.log();
     out += QStringLiteral("\nLog (%1)\n").arg(log.size());
     for (const HXLogEntryRef &e : log) {
-        out += QStringLiteral("  %1  %2\n")
-                   .arg(e->timestamp().toLocalTime().toString(QStringLiteral("yyyy-MM-dd HH:mm:ss")),
-                        paint(e->string(), statusOfType(e->type()), colour));
+        out +=
+            QStringLiteral("  %1  %2\n")
+                .arg(e->timestamp().toLocalTime().toString(QStringLiteral("yyyy-MM-dd HH:mm:ss")),
+                     paint(e->string(), statusOfType(e->type()), colour));
         if (const auto children = e->children()) {
             for (const HXLogEntryRef &c : *children)
                 out += QStringLiteral("                       %1\n").arg(c->string());

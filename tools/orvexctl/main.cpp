@@ -94,7 +94,8 @@ int runReport(const Arguments &a)
     if (!report)
         return 1;
     if (a.flags.contains(QLatin1String("--json")))
-        out(QString::fromUtf8(QJsonDocument(ReportJson::report(*report)).toJson(QJsonDocument::Indented)));
+        out(QString::fromUtf8(
+            QJsonDocument(ReportJson::report(*report)).toJson(QJsonDocument::Indented)));
     else
         out(TextOutput::report(*report, colourWanted()));
     return 0;
@@ -108,7 +109,8 @@ int runStatus(const Arguments &a)
     HXStatusBoard board;
     board.rebuild(report);
     if (a.flags.contains(QLatin1String("--json")))
-        out(QString::fromUtf8(QJsonDocument(ReportJson::status(board)).toJson(QJsonDocument::Indented)));
+        out(QString::fromUtf8(
+            QJsonDocument(ReportJson::status(board)).toJson(QJsonDocument::Indented)));
     else if (a.flags.contains(QLatin1String("--prometheus")))
         out(PrometheusText::status(board, *report, HXMachineProbes::current()));
     else
@@ -129,7 +131,8 @@ int runClear(const Arguments &a)
     const bool cleared = a.flags.contains(QLatin1String("--log-only")) ? reporter.clearReportLog()
                                                                        : reporter.clearReport();
     if (!cleared) {
-        err(QStringLiteral("the report %1 could not be rewritten; see the system log.").arg(a.file));
+        err(QStringLiteral("the report %1 could not be rewritten; see the system log.")
+                .arg(a.file));
         return 1;
     }
     return 0;
