@@ -16,9 +16,14 @@ int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
     const int rounds = argc > 1 ? std::max(1, atoi(argv[1])) : 5;
-    const QList<HXTest> eight{HXTest::SMART,        HXTest::FileStructures, HXTest::VolumeStructures,
-                              HXTest::PartitionMap, HXTest::RAID,           HXTest::Battery,
-                              HXTest::IO,           HXTest::POST};
+    const QList<HXTest> eight{HXTest::SMART,
+                              HXTest::FileStructures,
+                              HXTest::VolumeStructures,
+                              HXTest::PartitionMap,
+                              HXTest::RAID,
+                              HXTest::Battery,
+                              HXTest::IO,
+                              HXTest::POST};
     QTemporaryDir state;
     std::map<int, QList<double>> perTest;
     QList<double> totals;
@@ -34,13 +39,17 @@ int main(int argc, char **argv)
         setups.append(clock.nsecsElapsed() / 1e6);
         QElapsedTimer testClock;
         HXMachinePass pass(HXMachinePass::machineTests(eight));
-        pass.run(context, {[&](HXTest) { testClock.start(); },
-                           [&](HXTest test, const QList<HXTestFinding> &findings) {
-                               perTest[int(test)].append(testClock.nsecsElapsed() / 1e6);
-                               if (round == 0)
-                                   std::printf("  %-24s %lld finding(s)\n", qPrintable(HXTestInfo(test).testName),
-                                               qlonglong(findings.size()));
-                           }});
+        HXMachinePass::Observer observer;
+        observer.testStarted = [&](HXTest) {
+            testClock.start();
+        };
+        observer.testFinished = [&](HXTest test, const QList<HXTestFinding> &findings) {
+            perTest[int(test)].append(testClock.nsecsElapsed() / 1e6);
+            if (round == 0)
+                std::printf("  %-24s %lld finding(s)\n", qPrintable(HXTestInfo(test).testName),
+                            qlonglong(findings.size()));
+        };
+        pass.run(context, observer);
         totals.append(clock.nsecsElapsed() / 1e6);
     }
     auto median = [](QList<double> v) {
@@ -52,8 +61,8 @@ int main(int argc, char **argv)
     std::printf("  %-24s %8.1f %8.1f\n", "finding disks, volumes", median(setups),
                 *std::max_element(setups.begin(), setups.end()));
     for (const auto &[test, times] : perTest)
-        std::printf("  %-24s %8.1f %8.1f\n", qPrintable(HXTestInfo(HXTest(test)).testName), median(times),
-                    *std::max_element(times.begin(), times.end()));
+        std::printf("  %-24s %8.1f %8.1f\n", qPrintable(HXTestInfo(HXTest(test)).testName),
+                    median(times), *std::max_element(times.begin(), times.end()));
     std::printf("  %-24s %8.1f %8.1f   (target: under 1000)\n", "whole pass", median(totals),
                 *std::max_element(totals.begin(), totals.end()));
     return 0;

@@ -1,6 +1,7 @@
 #include "HXExclusionsSource.h"
 
 #include "HXDBusNames.h"
+#include "HXDaemonFiles.h"
 #include "HXProductPaths.h"
 #include "PropertyList.h"
 
@@ -42,27 +43,26 @@ std::optional<QVariantList> askIdleDaemon(int timeoutMs)
 
 } // namespace
 
-QString HXExclusionsSource::settingsFile()
-{
-    return HXProductPaths::map(QStringLiteral("/var/lib/orvex/OrvexIdleDaemon.plist"));
-}
-
 QVariantList HXExclusionsSource::fetch(int timeoutMs, QString *from)
 {
     if (const auto answer = askIdleDaemon(timeoutMs)) {
         *from = QStringLiteral("the idle daemon");
         return *answer;
     }
-    QFile file(settingsFile());
-    if (file.open(QIODevice::ReadOnly)) {
-        QString why;
-        const QVariant settings = readPropertyList(file.readAll(), &why);
-        const QVariant exclusions = settings.toMap().value(QStringLiteral("exclusions"));
-        if (exclusions.typeId() == QMetaType::QVariantList) {
-            *from = file.fileName();
-            return exclusions.toList();
-        }
+    const QString file = HXProductPaths::idleDaemonSettingsFile();
+    if (!QFile::exists(file)) {
+        *from = QStringLiteral("nowhere: the idle daemon did not answer and has no settings file");
+        return {};
     }
-    *from = QStringLiteral("nowhere (the idle daemon did not answer and keeps no settings file)");
-    return {};
+    QString why;
+    const QVariant exclusions =
+        HXDaemonReadPlistFile(file, &why).toMap().value(QStringLiteral("exclusions"));
+    if (!why.isEmpty()) {
+        *from = QStringLiteral("nowhere: the idle daemon did not answer and its settings file %1 "
+                               "cannot be read (%2)")
+                    .arg(file, why);
+        return {};
+    }
+    *from = file;
+    return exclusions.toList();
 }

@@ -10,7 +10,6 @@
 class HXExclusionsSource
 {
 public:
-    static QString settingsFile(); // /var/lib/orvex/OrvexIdleDaemon.plist under ORVEX_ROOT
     // The entries; `from` says where they came from, for the worker's log.
     static QVariantList fetch(int timeoutMs, QString *from);
 };

@@ -32,6 +32,11 @@ QString HXBlockDisk::nameAndSize() const
     return sizeBytes > 0 ? QStringLiteral("%1 (%2)").arg(name, HXSizeText(sizeBytes)) : name;
 }
 
+QString HXBlockDisk::logName() const
+{
+    return model.isEmpty() ? kernelName : QStringLiteral("%1 (%2)").arg(model, kernelName);
+}
+
 QVariantMap HXBlockDisk::diskInfo() const
 {
     return {{QStringLiteral("uuid"), uuid},
@@ -46,6 +51,12 @@ QString HXVolume::displayName() const
     if (!label.isEmpty())
         return label;
     return mountPoint.isEmpty() ? kernelName : mountPoint;
+}
+
+bool HXVolume::isExt() const
+{
+    return fsType == QLatin1String("ext2") || fsType == QLatin1String("ext3") ||
+           fsType == QLatin1String("ext4");
 }
 
 QVariantMap HXVolume::diskInfo() const

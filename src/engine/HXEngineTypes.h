@@ -32,6 +32,8 @@ struct HXBlockDisk
 
     // "WDC WD40EFRX-68N32N0 (4.0 TB)"; the kernel name when there is no model.
     QString nameAndSize() const;
+    // "WDC WD40EFRX-68N32N0 (sda)", or "sda": how log lines name the disk.
+    QString logName() const;
     // The result's "disk" dictionary: "uuid", "bsdName" (the kernel's name),
     // "volumeName" and "deviceNameAndSize" (both the model and size).
     QVariantMap diskInfo() const;
@@ -52,6 +54,7 @@ struct HXVolume
     qint64 sizeBytes = 0;
 
     QString displayName() const; // the label, else the mount point, else the kernel name
+    bool isExt() const;          // ext2, ext3 or ext4
     // The result's "disk" dictionary: "uuid", "bsdName", "volumeName",
     // "deviceNameAndSize".
     QVariantMap diskInfo() const;

@@ -39,12 +39,6 @@ struct LogErrors
     QList<quint64> inodes;
 };
 
-bool isExt(const QString &fsType)
-{
-    return fsType == QLatin1String("ext2") || fsType == QLatin1String("ext3") ||
-           fsType == QLatin1String("ext4");
-}
-
 QString volumeName(const HXVolume &volume)
 {
     return QStringLiteral("%1 (%2)").arg(volume.mountPoint, volume.kernelName);
@@ -53,7 +47,7 @@ QString volumeName(const HXVolume &volume)
 VolumeRecords recordsOf(const HXVolume &volume, const QHash<QString, LogErrors> *log)
 {
     VolumeRecords records;
-    if (isExt(volume.fsType) || volume.fsType.isEmpty())
+    if (volume.isExt() || volume.fsType.isEmpty())
         records.ext4 = HXFileSystemErrors::readExt4(volume.kernelName);
     if (volume.fsType == QLatin1String("btrfs"))
         records.btrfs = HXFileSystemErrors::readBtrfs(volume.uuid);
@@ -107,7 +101,7 @@ QString sources(const VolumeRecords &records)
 // 8): they are no file of the user's and lie in no folder.
 bool isInternalInode(const HXVolume &volume, quint64 inode)
 {
-    return isExt(volume.fsType) && inode < 11 && inode != 2;
+    return volume.isExt() && inode < 11 && inode != 2;
 }
 
 QStringList problemFiles(const HXVolume &volume, const QList<quint64> &inodes,

@@ -11,12 +11,6 @@ namespace {
 
 constexpr int kLocationsNamed = 5;
 
-QString diskName(const HXBlockDisk &disk)
-{
-    return disk.model.isEmpty() ? disk.kernelName
-                                : QStringLiteral("%1 (%2)").arg(disk.model, disk.kernelName);
-}
-
 // "sector 1, sector 9 and logical block 7 of sda1", or the first few "and 3 more".
 QString locationList(const QStringList &locations)
 {
@@ -102,14 +96,14 @@ QList<HXTestFinding> HXIOErrorTest::run(const HXEngineContext &context)
         if (count == 0) {
             finding.type = HXDTestResultSuccessType;
             finding.log = QStringLiteral("The kernel logged no I/O errors on %1 %2.")
-                              .arg(diskName(disk), period);
+                              .arg(disk.logName(), period);
         } else {
             finding.type = HXDTestResultErrorType;
             finding.log =
                 QStringLiteral("The kernel logged %1 I/O error%2 on %3 %4: %5.")
                     .arg(count)
                     .arg(count == 1 ? QString() : QStringLiteral("s"))
-                    .arg(diskName(disk), period, locationList(locations.value(disk.kernelName)));
+                    .arg(disk.logName(), period, locationList(locations.value(disk.kernelName)));
         }
         findings.append(finding);
     }

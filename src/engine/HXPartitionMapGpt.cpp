@@ -64,7 +64,11 @@ void readEntries(HXPartitionMapReader::Source &source, const HXPartitionMap &map
 {
     const qint64 bytes = qint64(header.entryCount) * header.entrySize;
     const qint64 blocks = (bytes + map.blockSize - 1) / map.blockSize;
-    const qint64 last = header.entriesLba + blocks - 1;
+    // A header may claim any place; one past the disk is misplaced without
+    // the sum below overflowing.
+    const qint64 last = header.entriesLba >= 0 && header.entriesLba < map.blockCount
+                            ? header.entriesLba + blocks - 1
+                            : map.blockCount;
     // The primary's array lies between its header and the partitions, the
     // backup's between the partitions and its header.
     const bool placed = primary ? header.entriesLba > header.lba && last < header.firstUsable
@@ -189,7 +193,8 @@ GptHeader readGptHeader(HXPartitionMapReader::Source &source, const HXPartitionM
     const bool entrySizeValid =
         header.entrySize >= EntryMinimumSize && header.entrySize % EntryMinimumSize == 0 &&
         ((header.entrySize / EntryMinimumSize) & (header.entrySize / EntryMinimumSize - 1)) == 0;
-    if (!entrySizeValid || qint64(header.entryCount) * header.entrySize > MaxEntryArrayBytes) {
+    if (!entrySizeValid ||
+        quint64(header.entryCount) * header.entrySize > quint64(MaxEntryArrayBytes)) {
         header.damage = QStringLiteral("is damaged (it claims %1 partition entries of %2 bytes)")
                             .arg(header.entryCount)
                             .arg(header.entrySize);

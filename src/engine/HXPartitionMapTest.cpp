@@ -5,12 +5,6 @@
 namespace {
 
 // "sdb", or "WDC WD40EFRX (sdb)" when the kernel knows the model.
-QString diskName(const HXBlockDisk &disk)
-{
-    return disk.model.isEmpty() ? disk.kernelName
-                                : QStringLiteral("%1 (%2)").arg(disk.model, disk.kernelName);
-}
-
 QString summary(const HXPartitionMap &map)
 {
     const QString count = map.partitions.size() == 1
@@ -33,7 +27,7 @@ HXTestFinding HXPartitionMapTest::judge(const HXBlockDisk &disk, const HXPartiti
     if (map.problems.isEmpty()) {
         finding.type = HXDTestResultSuccessType;
         finding.log = QStringLiteral("Partition Map test passed on %1: %2.")
-                          .arg(diskName(disk), summary(map));
+                          .arg(disk.logName(), summary(map));
         return finding;
     }
     // The problems of the map in force first: they decide the outcome.
@@ -47,7 +41,7 @@ HXTestFinding HXPartitionMapTest::judge(const HXBlockDisk &disk, const HXPartiti
     finding.type = valid ? HXDTestResultWarningType : HXDTestResultErrorType;
     finding.log = QStringLiteral("Partition Map test %1 on %2: %3.")
                       .arg(valid ? QStringLiteral("warning") : QStringLiteral("error"),
-                           diskName(disk), problems.join(QLatin1String("; ")));
+                           disk.logName(), problems.join(QLatin1String("; ")));
     return finding;
 }
 
@@ -62,14 +56,14 @@ QList<HXTestFinding> HXPartitionMapTest::run(const HXEngineContext &context)
             HXPartitionMapReader::readPath(disk.devicePath, &why);
         if (!map) {
             context.say(QStringLiteral("Partition Map test: %1 was not tested: %2.")
-                            .arg(diskName(disk), why));
+                            .arg(disk.logName(), why));
             continue;
         }
         if (map->scheme == HXPartitionMap::Scheme::None && map->problems.isEmpty()) {
             context.say(
                 QStringLiteral(
                     "Partition Map test: %1 has no partition map, so there is nothing to check.")
-                    .arg(diskName(disk)));
+                    .arg(disk.logName()));
             continue;
         }
         findings.append(judge(disk, *map));

@@ -16,12 +16,6 @@ QString volumeName(const HXVolume &volume)
     return QStringLiteral("%1 (%2, %3)").arg(volume.displayName(), volume.kernelName, type);
 }
 
-bool isExt(const QString &fsType)
-{
-    return fsType == QLatin1String("ext2") || fsType == QLatin1String("ext3") ||
-           fsType == QLatin1String("ext4");
-}
-
 HXTestFinding findingFor(const HXVolume &volume, bool valid, const QString &evidence)
 {
     HXTestFinding finding;
@@ -49,7 +43,7 @@ std::optional<HXTestFinding> HXVolumeStructureTest::judgeMounted(const HXEngineC
 {
     const QString where =
         volume.mountPoint.isEmpty() ? QString() : QStringLiteral(" on %1").arg(volume.mountPoint);
-    if (!isExt(volume.fsType)) {
+    if (!volume.isExt()) {
         context.say(
             QStringLiteral(
                 "Volume Structures test: %1 is mounted read-write%2, and %3 keeps no state "

@@ -43,6 +43,11 @@ QString HXProductPaths::workerStoreFile()
     return map(QStringLiteral("/var/lib/orvex/OrvexWorkerDaemon.storedata"));
 }
 
+QString HXProductPaths::idleDaemonSettingsFile()
+{
+    return map(QStringLiteral("/var/lib/orvex/OrvexIdleDaemon.plist"));
+}
+
 QString HXProductPaths::isIdleMarker()
 {
     return map(QStringLiteral("/var/lib/orvex/.isIdle"));

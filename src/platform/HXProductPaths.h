@@ -12,11 +12,12 @@ public:
     // `absolutePath` under the root (unchanged when ORVEX_ROOT is not set).
     static QString map(const QString &absolutePath);
 
-    static QString libraryFolder();  // report, marker files, the worker's store
+    static QString libraryFolder(); // report, marker files, the worker's store
     static QString reportFile();
     static QString testReportFile();
     static QString logsFolder();
-    static QString workerStoreFile(); // the worker daemon's persistent store
+    static QString workerStoreFile();        // the worker daemon's persistent store
+    static QString idleDaemonSettingsFile(); // schedule, exclusions and the other testing settings
 
     // Marker files shared with the daemons, in the library folder.
     static QString isIdleMarker();

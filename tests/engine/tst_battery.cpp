@@ -1,6 +1,7 @@
 // The battery test: /sys/class/power_supply as drivers lay it out, read
 // through ORVEX_SYSROOT from a fixture tree, and the machine probe that
 // decides whether the test applies reading the same tree.
+#include "EngineTestRun.h"
 #include "HXBatteryTest.h"
 #include "HXConstants.h"
 #include "HXMachineProbes.h"
@@ -14,23 +15,11 @@ namespace {
 
 const QString kFixtureRoot = QStringLiteral(FIXTURES "/sysroot-power");
 
-struct Pass
-{
-    QList<HXTestFinding> findings;
-    QStringList notes;
-};
+using Pass = EngineTestRun;
 
 Pass runUnder(const QString &sysroot)
 {
-    qputenv("ORVEX_SYSROOT", sysroot.toUtf8());
-    Pass pass;
-    HXEngineContext context;
-    context.note = [&pass](const QString &line) {
-        pass.notes.append(line);
-    };
-    HXBatteryTest test;
-    pass.findings = test.run(context);
-    return pass;
+    return runTestUnder<HXBatteryTest>(sysroot);
 }
 
 // A power supply folder with the given attributes, under `root`.

@@ -154,8 +154,12 @@ private Q_SLOTS:
         QList<qsizetype> found;
         HXEngineContext context;
         HXMachinePass::Observer all;
-        all.testStarted = [&](HXTest t) { started.append(t); };
-        all.testFinished = [&](HXTest, const QList<HXTestFinding> &f) { found.append(f.size()); };
+        all.testStarted = [&](HXTest t) {
+            started.append(t);
+        };
+        all.testFinished = [&](HXTest, const QList<HXTestFinding> &f) {
+            found.append(f.size());
+        };
         const bool completed = pass.run(context, all);
         QVERIFY(completed);
         const QList<HXTest> order{HXTest::SMART, HXTest::SurfaceScan, HXTest::Battery,

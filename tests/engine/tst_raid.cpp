@@ -1,6 +1,7 @@
 // The RAID test: /proc/mdstat as the kernel writes it, read through
 // ORVEX_SYSROOT from fixture trees, and the machine probe that decides
 // whether the test applies reading the same trees.
+#include "EngineTestRun.h"
 #include "HXConstants.h"
 #include "HXMachineProbes.h"
 #include "HXMdstat.h"
@@ -24,23 +25,11 @@ QString readText(const QString &path)
     return f.open(QIODevice::ReadOnly) ? QString::fromLatin1(f.readAll()) : QString();
 }
 
-struct Pass
-{
-    QList<HXTestFinding> findings;
-    QStringList notes;
-};
+using Pass = EngineTestRun;
 
 Pass runUnder(const QString &sysroot)
 {
-    qputenv("ORVEX_SYSROOT", sysroot.toUtf8());
-    Pass pass;
-    HXEngineContext context;
-    context.note = [&pass](const QString &line) {
-        pass.notes.append(line);
-    };
-    HXRAIDTest test;
-    pass.findings = test.run(context);
-    return pass;
+    return runTestUnder<HXRAIDTest>(sysroot);
 }
 
 QVariantMap disk(const HXTestFinding &f)

@@ -8,14 +8,16 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    const QByteArray bytes = QByteArray::fromRawData(reinterpret_cast<const char *>(data), qsizetype(size));
+    const QByteArray bytes =
+        QByteArray::fromRawData(reinterpret_cast<const char *>(data), qsizetype(size));
     QString error;
     const HXStatusReportRef report = HXReportArchive::decodeReport(bytes, &error);
     if (!report == error.isEmpty())
         std::abort();
     if (report) {
         // A decoded report archives again and decodes to the same size.
-        const HXStatusReportRef back = HXReportArchive::decodeReport(HXReportArchive::encodeReport(*report), &error);
+        const HXStatusReportRef back =
+            HXReportArchive::decodeReport(HXReportArchive::encodeReport(*report), &error);
         if (!back || back->countOfTestResults() != report->countOfTestResults() ||
             back->countOfLog() != report->countOfLog())
             std::abort();

@@ -14,7 +14,8 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    const QByteArray bytes = QByteArray::fromRawData(reinterpret_cast<const char *>(data), qsizetype(size));
+    const QByteArray bytes =
+        QByteArray::fromRawData(reinterpret_cast<const char *>(data), qsizetype(size));
     QList<HXKernelRecord> records = HXKernelLog::parseKmsg(bytes);
     records += HXKernelLog::parseJournalJson(bytes);
     HXHardwareErrors hardware;

@@ -30,13 +30,15 @@ public:
     int logicalBlockSize() const override { return m_blockSize; }
     bool read(qint64 offset, qint64 length, QByteArray *into, QString *why) override
     {
-        if (offset < 0 || length < 0 || offset + length > m_size || length > (qint64(64) << 20)) {
+        if (offset < 0 || length < 0 || offset > m_size || length > m_size - offset ||
+            length > (qint64(64) << 20)) {
             *why = QStringLiteral("outside the disk");
             return false;
         }
         *into = QByteArray(qsizetype(length), '\0');
         if (offset < m_data.size())
-            std::memcpy(into->data(), m_data.constData() + offset, size_t(std::min(length, m_data.size() - offset)));
+            std::memcpy(into->data(), m_data.constData() + offset,
+                        size_t(std::min(length, m_data.size() - offset)));
         return true;
     }
 

@@ -4,6 +4,7 @@
 #include "DiskImages.h"
 #include "HXConstants.h"
 #include "HXDBusNotificationCenter.h"
+#include "HXDaemonFiles.h"
 #include "HXDaemonInteraction.h"
 #include "HXIconAnimate.h"
 #include "HXMachineProbes.h"
@@ -14,6 +15,7 @@
 #include "StandinProcess.h"
 #include "TestSupport.h"
 
+#include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
 #include <QProcess>
@@ -121,6 +123,7 @@ public:
     }
 
     QString unusable() const { return m_why; }
+    QString image() const { return m_dir.filePath(QStringLiteral("disk.img")); }
     QString node() const { return m_node; }
     QString root() const { return m_dir.filePath(QStringLiteral("root")); }
     QString sysroot() const { return m_dir.filePath(QStringLiteral("sysroot")); }
@@ -145,6 +148,13 @@ private:
     QString m_node;
     QString m_why;
 };
+
+QByteArray digest(const QString &path)
+{
+    QFile file(path);
+    QCryptographicHash hash(QCryptographicHash::Sha256);
+    return file.open(QIODevice::ReadOnly) && hash.addData(&file) ? hash.result() : QByteArray();
+}
 
 HXStatusReportRef readReport(const QString &root)
 {
@@ -205,6 +215,7 @@ private Q_SLOTS:
         SmallMachine machine;
         if (!machine.unusable().isEmpty())
             QSKIP(qPrintable(machine.unusable()));
+        const QByteArray before = digest(machine.image());
         QProcess worker;
         worker.setProcessEnvironment(machine.environment());
         worker.start(QStringLiteral(ORVEX_WORKERD_PATH),
@@ -214,6 +225,8 @@ private Q_SLOTS:
         const QString out = QString::fromUtf8(worker.readAllStandardOutput());
         QVERIFY2(worker.exitCode() == 0,
                  qPrintable(out + QString::fromUtf8(worker.readAllStandardError())));
+        // Every test only read the disk.
+        QCOMPARE(digest(machine.image()), before);
 
         // A line per test, in the pass's order.
         const QStringList expected{QStringLiteral("SMART test: passed"),
@@ -239,8 +252,8 @@ private Q_SLOTS:
         const QString diskName = machine.node().mid(5);
         const HXTestResultRef scan = resultNamed(report, HXDSurfaceScanTestName);
         QVERIFY(scan);
-        QCOMPARE(scan->testInfo().value(HXDTestResultIsCompletedKey).toBool(), true);
-        QCOMPARE(scan->testInfo().value(HXDiskKey).toMap().value(HXBSDNameKey).toString(),
+        QCOMPARE(scan->testInfo().toMap().value(HXDTestResultIsCompletedKey).toBool(), true);
+        QCOMPARE(scan->testInfo().toMap().value(HXDiskKey).toMap().value(HXBSDNameKey).toString(),
                  diskName);
         const HXTestResultRef io = resultNamed(report, HXDIOErrorTestName);
         QVERIFY(io);
@@ -248,22 +261,79 @@ private Q_SLOTS:
         QVERIFY(io->log().contains(QLatin1String("4096")));
         const HXTestResultRef volume = resultNamed(report, HXDFilesystemCheckTestName);
         QVERIFY(volume);
-        QCOMPARE(volume->testInfo().value(HXDTestResultVolumeIsValidKey).toBool(), true);
-        QCOMPARE(volume->testInfo().value(HXDiskKey).toMap().value(HXBSDNameKey).toString(),
+        QCOMPARE(volume->testInfo().toMap().value(HXDTestResultVolumeIsValidKey).toBool(), true);
+        QCOMPARE(volume->testInfo().toMap().value(HXDiskKey).toMap().value(HXBSDNameKey).toString(),
                  diskName + QStringLiteral("p1"));
-        QCOMPARE(resultNamed(report, HXDPartitionMapCheckTestName)
-                     ->testInfo()
-                     .value(HXDTestResultPartitionMapIsValidKey)
-                     .toBool(),
-                 true);
+        const HXTestResultRef map = resultNamed(report, HXDPartitionMapCheckTestName);
+        QVERIFY(map);
+        QVERIFY(map->testInfo().toMap().value(HXDTestResultPartitionMapIsValidKey).toBool());
         QVERIFY(resultNamed(report, HXDRAIDCheckTestName)->log().contains(QLatin1String("md0")));
 
-        // The worker's own log holds every line the report got, and what it noted.
+        // The worker's own log holds the report's lines, and what it noted.
         QFile log(machine.root() + QStringLiteral("/var/log/orvex/OrvexWorkerDaemon.log"));
         QVERIFY(log.open(QIODevice::ReadOnly));
         const QByteArray text = log.readAll();
         QVERIFY(text.contains("Error: " + io->log().section(QLatin1Char('\n'), 0, 0).toUtf8()));
         QVERIFY(text.contains(" Info: Testing 1 disk(s)"));
+    }
+
+    void exclusionsFromTheIdleDaemonsFileAreHonoured()
+    {
+        SmallMachine machine;
+        if (!machine.unusable().isEmpty())
+            QSKIP(qPrintable(machine.unusable()));
+        // No idle daemon answers on this bus: its settings file speaks for it.
+        const QString partition = machine.node() + QStringLiteral("p1");
+        const QVariantMap exclusion{{QStringLiteral("path"), partition},
+                                    {QStringLiteral("NSURLIsVolumeKey"), true},
+                                    {QStringLiteral("isExcludedFromFileTest"), true},
+                                    {QStringLiteral("isExcludedFromVolTest"), true},
+                                    {QStringLiteral("isExcludedFromSurfaceScanTest"), true}};
+        QString why;
+        QVERIFY2(HXDaemonWritePlistFile(
+                     machine.root() + QStringLiteral("/var/lib/orvex/OrvexIdleDaemon.plist"),
+                     QVariantMap{{QStringLiteral("exclusions"), QVariantList{exclusion}}}, &why),
+                 qPrintable(why));
+        QProcess worker;
+        worker.setProcessEnvironment(machine.environment());
+        worker.start(QStringLiteral(ORVEX_WORKERD_PATH),
+                     {QStringLiteral("--once"), QStringLiteral("--only"),
+                      QStringLiteral("volumes,surface"), QStringLiteral("--disk"), machine.node()});
+        QVERIFY(worker.waitForFinished(120000));
+        const QString out = QString::fromUtf8(worker.readAllStandardOutput());
+        QCOMPARE(worker.exitCode(), 0);
+        QVERIFY2(out.contains(QLatin1String("Volume Structures test: not applicable here")),
+                 qPrintable(out));
+        QVERIFY2(out.contains(QLatin1String("Surface Scan test: passed")), qPrintable(out));
+
+        QFile log(machine.root() + QStringLiteral("/var/log/orvex/OrvexWorkerDaemon.log"));
+        QVERIFY(log.open(QIODevice::ReadOnly));
+        const QString text = QString::fromUtf8(log.readAll());
+        QVERIFY2(text.contains(QLatin1String("exclusions from ")) &&
+                     text.contains(QLatin1String("OrvexIdleDaemon.plist")),
+                 qPrintable(text));
+        // Each test says in the worker's log what it left alone.
+        const QStringList skips = text.split(QLatin1Char('\n')).filter(partition.mid(5));
+        QVERIFY2(!skips.filter(QLatin1String("Volume Structures")).isEmpty(), qPrintable(text));
+        QVERIFY2(!skips.filter(QLatin1String("Surface Scan")).isEmpty(), qPrintable(text));
+    }
+
+    void aReportThatCannotBeWrittenFailsThePass()
+    {
+        SmallMachine machine;
+        if (!machine.unusable().isEmpty())
+            QSKIP(qPrintable(machine.unusable()));
+        // The report's folder is a file: nothing can be recorded.
+        QVERIFY(writeFile(machine.root() + QStringLiteral("/var/lib/orvex"), "not a folder"));
+        QProcess worker;
+        worker.setProcessEnvironment(machine.environment());
+        worker.start(QStringLiteral(ORVEX_WORKERD_PATH),
+                     {QStringLiteral("--once"), QStringLiteral("--only"), QStringLiteral("raid")});
+        QVERIFY(worker.waitForFinished(60000));
+        const QByteArray err = worker.readAllStandardError();
+        QCOMPARE(worker.exitCode(), 1);
+        QVERIFY2(err.contains("could not be written"), err.constData());
+        QVERIFY(worker.readAllStandardOutput().contains("RAID test: error"));
     }
 
     void theStatusViewShowsTheWorkersPass()

@@ -40,7 +40,7 @@ QVariantMap generalDefaults()
 
 QString IdleDaemonSettings::file()
 {
-    return HXProductPaths::map(QStringLiteral("/var/lib/orvex/OrvexIdleDaemon.plist"));
+    return HXProductPaths::idleDaemonSettingsFile();
 }
 
 IdleDaemonSettings::IdleDaemonSettings()

@@ -16,9 +16,6 @@ namespace PrometheusText {
 // A label value as the format wants it: backslash, double quote and line
 // feed escaped.
 QString labelValue(const QString &value);
-// "smart", "surface", "files", "memory", "volumes", "partitions", "raid",
-// "battery", "io", "post": the names the worker's command line knows them by.
-QString testKey(HXTest test);
 
 QString status(const HXStatusBoard &board, const HXStatusReport &report,
                const HXMachineProbes &machine);
