@@ -102,6 +102,7 @@ private Q_SLOTS:
         QCOMPARE(pass.findings[0].testInfo.value(HXDiskKey).toMap(),
                  (QVariantMap{{QStringLiteral("uuid"), QStringLiteral("SANYO 45N1041 8163")},
                               {HXBSDNameKey, QStringLiteral("BAT0")},
+                              {HXVolumeNameKey, QStringLiteral("45N1041")},
                               {HXDeviceNameAndSizeKey, QStringLiteral("45N1041")}}));
         // Garbage names nothing it can be known by but its kernel name and what was legible.
         QCOMPARE(pass.findings[3]

@@ -181,6 +181,7 @@ private Q_SLOTS:
                  (QVariantMap{{QStringLiteral("uuid"),
                                QStringLiteral("3f1c9b2e-5d7a-4c1e-9a0b-6e2d8f4a7c10")},
                               {HXBSDNameKey, QStringLiteral("md0")},
+                              {HXVolumeNameKey, QStringLiteral("md0 (raid1)")},
                               {HXDeviceNameAndSizeKey, QStringLiteral("md0 (raid1)")}}));
         QCOMPARE(disk(pass.findings[2]).value(QStringLiteral("uuid")).toString(),
                  QStringLiteral("md2"));

@@ -269,6 +269,7 @@ private Q_SLOTS:
         const QVariantMap sdcDisk{
             {u"uuid"_s, u"naa.5000cca37fca81a8"_s},
             {HXBSDNameKey, u"sdc"_s},
+            {HXVolumeNameKey, u"Hitachi HDS721050DLE630 (500.1 GB)"_s},
             {HXDeviceNameAndSizeKey, u"Hitachi HDS721050DLE630 (500.1 GB)"_s}};
         QCOMPARE(sdc.testInfo[HXDiskKey].toMap(), sdcDisk);
 

@@ -274,7 +274,7 @@ private Q_SLOTS:
         QVERIFY(log.open(QIODevice::ReadOnly));
         const QByteArray text = log.readAll();
         QVERIFY(text.contains("Error: " + io->log().section(QLatin1Char('\n'), 0, 0).toUtf8()));
-        QVERIFY(text.contains(" Info: Testing 1 disk(s)"));
+        QVERIFY(text.contains(" Info: Testing " + diskName.toUtf8() + "; exclusions from "));
     }
 
     void exclusionsFromTheIdleDaemonsFileAreHonoured()
