@@ -196,18 +196,30 @@ std::optional<HXBlockDisk> HXBlockDevices::diskAt(const QString &devicePath, QSt
         return std::nullopt;
     }
     const int fd = ::open(QFile::encodeName(canonical).constData(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
-        *why = QStringLiteral("%1 cannot be opened: %2")
-                   .arg(devicePath, QString::fromLocal8Bit(strerror(errno)));
-        return std::nullopt;
+    if (fd >= 0) {
+        quint64 bytes = 0;
+        int blockSize = 0;
+        if (::ioctl(fd, BLKGETSIZE64, &bytes) == 0)
+            disk.sizeBytes = qint64(bytes);
+        if (::ioctl(fd, BLKSSZGET, &blockSize) == 0 && blockSize > 0)
+            disk.logicalBlockSize = blockSize;
+        ::close(fd);
+    } else {
+        // Not readable by this process (a container, a missing capability):
+        // the kernel's attributes still describe it, and each test that
+        // needs to read it says why it could not.
+        const QString error = QString::fromLocal8Bit(strerror(errno));
+        bool ok = false;
+        disk.sizeBytes = readTrimmed(sys + QStringLiteral("/size")).toLongLong(&ok) * 512;
+        if (!ok || disk.sizeBytes <= 0) {
+            *why = QStringLiteral("%1 cannot be opened: %2").arg(devicePath, error);
+            return std::nullopt;
+        }
+        const int blockSize =
+            readTrimmed(sys + QStringLiteral("/queue/logical_block_size")).toInt();
+        if (blockSize > 0)
+            disk.logicalBlockSize = blockSize;
     }
-    quint64 bytes = 0;
-    int blockSize = 0;
-    if (::ioctl(fd, BLKGETSIZE64, &bytes) == 0)
-        disk.sizeBytes = qint64(bytes);
-    if (::ioctl(fd, BLKSSZGET, &blockSize) == 0 && blockSize > 0)
-        disk.logicalBlockSize = blockSize;
-    ::close(fd);
     disk.model = readTrimmed(sys + QStringLiteral("/device/model"));
     if (disk.model.isEmpty() && disk.kernelName.startsWith(QLatin1String("loop"))) {
         const QString backing = readTrimmed(sys + QStringLiteral("/loop/backing_file"));

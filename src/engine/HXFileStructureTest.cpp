@@ -197,15 +197,17 @@ QList<HXTestFinding> HXFileStructureTest::run(const HXEngineContext &context)
         finding.testInfo.insert(HXDiskKey, volume.diskInfo());
         if (!records.hasErrors()) {
             finding.type = HXDTestResultSuccessType;
-            finding.log = QStringLiteral("No file system errors recorded on %1 (%2).")
-                              .arg(volumeName(volume), sources(records));
+            finding.log =
+                QStringLiteral(
+                    "File Structures test passed on %1: no file system errors recorded (%2).")
+                    .arg(volumeName(volume), sources(records));
         } else {
             finding.type = HXDTestResultErrorType;
             // Only paths go into the list the window offers to show; what
             // could not be found by name is said in the line itself.
             QStringList unfound;
             const QStringList files = problemFiles(volume, records.inodes, context, &unfound);
-            finding.log = QStringLiteral("File system errors on %1: %2.")
+            finding.log = QStringLiteral("File Structures test found file system errors on %1: %2.")
                               .arg(volumeName(volume), describe(records));
             if (!unfound.isEmpty())
                 finding.log += QStringLiteral(" Not found by name on %1: %2.")

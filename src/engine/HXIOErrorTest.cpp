@@ -95,12 +95,14 @@ QList<HXTestFinding> HXIOErrorTest::run(const HXEngineContext &context)
         const int count = errorCounts.value(disk.kernelName);
         if (count == 0) {
             finding.type = HXDTestResultSuccessType;
-            finding.log = QStringLiteral("The kernel logged no I/O errors on %1 %2.")
-                              .arg(disk.logName(), period);
+            finding.log =
+                QStringLiteral(
+                    "Disk I/O Error test passed on %1: the kernel logged no I/O errors %2.")
+                    .arg(disk.logName(), period);
         } else {
             finding.type = HXDTestResultErrorType;
             finding.log =
-                QStringLiteral("The kernel logged %1 I/O error%2 on %3 %4: %5.")
+                QStringLiteral("Disk I/O Error test found %1 I/O error%2 on %3 %4: %5.")
                     .arg(count)
                     .arg(count == 1 ? QString() : QStringLiteral("s"))
                     .arg(disk.logName(), period, locationList(locations.value(disk.kernelName)));

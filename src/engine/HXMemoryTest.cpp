@@ -114,6 +114,7 @@ QList<HXTestFinding> HXMemoryTest::run(const HXEngineContext &context)
     } else if (patternTested && !pattern.fault) {
         lines.append(QStringLiteral("The pattern test found no fault in %1").arg(tested));
     }
-    finding.log = lines.join(QLatin1Char('\n'));
+    // One line: further lines of a log entry are shown as files.
+    finding.log = lines.join(QLatin1String("; "));
     return {finding};
 }

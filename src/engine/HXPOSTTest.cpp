@@ -30,16 +30,16 @@ QList<HXTestFinding> HXPOSTTest::run(const HXEngineContext &context)
     const int uncorrected = errors.uncorrected();
     if (count == 0) {
         finding.type = HXDTestResultSuccessType;
-        finding.log =
-            QStringLiteral("The kernel logged no machine check, PCIe, platform or firmware "
-                           "error since the machine started.");
+        finding.log = QStringLiteral(
+            "POST test passed: the kernel logged no machine check, PCIe, platform or "
+            "firmware error since the machine started.");
     } else {
         finding.type = uncorrected > 0 ? HXDTestResultErrorType : HXDTestResultWarningType;
-        QString lead =
-            QStringLiteral(
-                "The kernel logged %1 hardware or firmware error%2 since the machine started")
-                .arg(count)
-                .arg(count == 1 ? QString() : QStringLiteral("s"));
+        QString lead = QStringLiteral("POST test found %1 hardware or firmware error%2 the kernel "
+                                      "logged since the machine "
+                                      "started")
+                           .arg(count)
+                           .arg(count == 1 ? QString() : QStringLiteral("s"));
         if (count > 1)
             lead += uncorrected == 0 ? QStringLiteral(", none of them uncorrected")
                                      : QStringLiteral(", %1 of them uncorrected").arg(uncorrected);

@@ -121,14 +121,16 @@ private slots:
         pass.context.disks = threeDisks();
         pass.context.stateFolder = machine.stateFolder();
         const QList<HXTestFinding> findings = HXIOErrorTest().run(pass.context);
-        QCOMPARE(logs(findings), texts({"Passed: The kernel logged no I/O errors on WDC "
-                                        "WD40EFRX-68N32N0 (sda) since the machine started.",
-                                        "Error: The kernel logged 3 I/O errors on sdb since "
-                                        "the machine started: sector 2048, "
-                                        "logical block 7 of sdb1 and sector 123456.",
-                                        "Error: The kernel logged 2 I/O errors on Samsung "
-                                        "SSD 970 EVO Plus 1TB (nvme0n1) since "
-                                        "the machine started: LBA 1234 and sector 9872."}));
+        QCOMPARE(logs(findings),
+                 texts({"Passed: Disk I/O Error test passed on WDC "
+                        "WD40EFRX-68N32N0 (sda): the kernel logged no I/O errors since the machine "
+                        "started.",
+                        "Error: Disk I/O Error test found 3 I/O errors on sdb since "
+                        "the machine started: sector 2048, "
+                        "logical block 7 of sdb1 and sector 123456.",
+                        "Error: Disk I/O Error test found 2 I/O errors on Samsung "
+                        "SSD 970 EVO Plus 1TB (nvme0n1) since "
+                        "the machine started: LBA 1234 and sector 9872."}));
         QCOMPARE(findings.at(1).testInfo.value(HXDiskKey).toMap().value(HXBSDNameKey).toString(),
                  QStringLiteral("sdb"));
         QVERIFY(pass.saidSomething(
@@ -147,8 +149,8 @@ private slots:
         QCOMPARE(test.run(pass.context).at(1).type, HXDTestResultErrorType);
 
         QList<HXTestFinding> again = test.run(pass.context);
-        QCOMPARE(again.at(1).log,
-                 QStringLiteral("The kernel logged no I/O errors on sdb since the previous pass."));
+        QCOMPARE(again.at(1).log, QStringLiteral("Disk I/O Error test passed on sdb: the kernel "
+                                                 "logged no I/O errors since the previous pass."));
         QCOMPARE(again.at(2).type, HXDTestResultSuccessType);
 
         KernelMachine::append(machine.kmsg(),
@@ -161,18 +163,18 @@ private slots:
         QCOMPARE(TestSupport::readFile(position), kept);
         pass.context.disksNamed = false;
         again = test.run(pass.context);
-        QCOMPARE(
-            logs(again).at(0),
-            QStringLiteral("Error: The kernel logged 1 I/O error on WDC WD40EFRX-68N32N0 (sda) "
-                           "since the previous pass: sector 4242."));
+        QCOMPARE(logs(again).at(0),
+                 QStringLiteral(
+                     "Error: Disk I/O Error test found 1 I/O error on WDC WD40EFRX-68N32N0 (sda) "
+                     "since the previous pass: sector 4242."));
         QCOMPARE(again.at(1).type, HXDTestResultSuccessType);
         QCOMPARE(test.run(pass.context).at(0).type, HXDTestResultSuccessType);
 
         machine.setBootId("9e8d7c6b-5a49-4382-9176-5544332211ff");
         again = test.run(pass.context);
         QCOMPARE(again.at(0).type, HXDTestResultErrorType);
-        QVERIFY(again.at(1).log.startsWith(
-            QLatin1String("The kernel logged 3 I/O errors on sdb since the machine started")));
+        QVERIFY(again.at(1).log.startsWith(QLatin1String(
+            "Disk I/O Error test found 3 I/O errors on sdb since the machine started")));
     }
 
     void ioErrorsNameTheFirstPlaces()
@@ -190,9 +192,9 @@ private slots:
         Pass pass;
         pass.context.disks = {disk("sda", "")};
         QCOMPARE(HXIOErrorTest().run(pass.context).at(0).log,
-                 QStringLiteral(
-                     "The kernel logged 9 I/O errors on sda since the machine started: sector 8, "
-                     "sector 16, sector 24, sector 32, sector 40 and 3 more."));
+                 QStringLiteral("Disk I/O Error test found 9 I/O errors on sda since the machine "
+                                "started: sector 8, "
+                                "sector 16, sector 24, sector 32, sector 40 and 3 more."));
         QVERIFY(pass.saidSomething(QStringLiteral("there is no state folder")));
     }
 
@@ -230,7 +232,7 @@ private slots:
         QCOMPARE(
             findings.at(0).log,
             QStringLiteral(
-                R"x(The kernel logged 5 hardware or firmware errors since the machine started, 1 of them uncorrected: )x"
+                R"x(POST test found 5 hardware or firmware errors the kernel logged since the machine started, 1 of them uncorrected: )x"
                 R"x(1 machine check (corrected): "mce: [Hardware Error]: CPU 2: Machine Check: 0 Bank 5: 9c00004000010090"; )x"
                 R"x(2 PCIe errors (1 uncorrected), the first: "pcieport 0000:00:1c.0: AER: Corrected error received: 0000:00:1c.0"; )x"
                 R"x(2 firmware errors, the first: "ACPI BIOS Error (bug): Could not resolve symbol [\_SB.PCI0.XHC.RHUB.HS11], AE_NOT_FOUND (20220331/dswload2-162)".)x"));
@@ -241,10 +243,11 @@ private slots:
 
         QFile::resize(machine.kmsg(), 0);
         KernelMachine::append(machine.kmsg(), "6,0,0,-;Linux version 6.1.0-21-amd64\n");
-        QCOMPARE(logs(HXPOSTTest().run(pass.context)),
-                 QStringList{QStringLiteral(
-                     "Passed: The kernel logged no machine check, PCIe, platform or firmware "
-                     "error since the machine started.")});
+        QCOMPARE(
+            logs(HXPOSTTest().run(pass.context)),
+            QStringList{QStringLiteral(
+                "Passed: POST test passed: the kernel logged no machine check, PCIe, platform or "
+                "firmware error since the machine started.")});
     }
 
     // The fixture's machine: ext4 with an error record and a logged error,
@@ -288,7 +291,8 @@ private slots:
         QCOMPARE(
             findings.at(0).log.section(QLatin1Char('\n'), 0, 0),
             QStringLiteral(
-                "File system errors on %1 (sda2): ext4 has 3 errors recorded since the last check, "
+                "File Structures test found file system errors on %1 (sda2): ext4 has 3 errors "
+                "recorded since the last check, "
                 "the first on 2024-05-29 05:20:00 UTC in ext4_lookup (inode %2), the last on "
                 "2024-05-29 06:20:00 UTC in ext4_find_entry (inode %3); the kernel logged 1 error "
                 "message since the machine started, the first: \"EXT4-fs error (device sda2): "
@@ -313,17 +317,17 @@ private slots:
             QStringLiteral("%1/private was not searched for damaged files").arg(home)));
 
         QCOMPARE(logs({findings.at(1)}),
-                 QStringList{
-                     QStringLiteral(
-                         "Passed: No file system errors recorded on %1 (sda3) (ext4's error record "
-                         "and the kernel log).")
-                         .arg(machine.folder())});
+                 QStringList{QStringLiteral("Passed: File Structures test passed on %1 (sda3): no "
+                                            "file system errors recorded (ext4's error record "
+                                            "and the kernel log).")
+                                 .arg(machine.folder())});
         QVERIFY(!findings.at(1).testInfo.contains(HXDTestResultProblemFiles));
 
         QCOMPARE(findings.at(2).type, HXDTestResultErrorType);
         QVERIFY2(
             findings.at(2).log.startsWith(
-                QStringLiteral("File system errors on %1 (sdb1): btrfs counted 1 write error, "
+                QStringLiteral("File Structures test found file system errors on %1 (sdb1): btrfs "
+                               "counted 1 write error, "
                                "2 read errors and 1 corruption error on its devices; the kernel "
                                "logged 2 error messages")
                     .arg(data)),
@@ -350,10 +354,10 @@ private slots:
         QCOMPARE(recordsOnly.size(), 3);
         QCOMPARE(recordsOnly.at(0).testInfo.value(HXDTestResultProblemFiles).toStringList(),
                  QStringList({report, diary}));
-        QCOMPARE(
-            recordsOnly.at(1).log,
-            QStringLiteral("No file system errors recorded on %1 (sda3) (ext4's error record).")
-                .arg(machine.folder()));
+        QCOMPARE(recordsOnly.at(1).log,
+                 QStringLiteral("File Structures test passed on %1 (sda3): no file system errors "
+                                "recorded (ext4's error record).")
+                     .arg(machine.folder()));
         QVERIFY(
             pass.saidSomething(QStringLiteral("only the records ext4 and btrfs keep are read")));
     }
