@@ -3,7 +3,9 @@
 // and the Surface Scan test (idle I/O class, 1 MiB chunks), then the scan
 // alone at the normal class and at other chunk sizes. Throughput is the
 // device's bytes over wall time; CPU time is the process's (dd's through
-// wait4). Rounds alternate the readers; the table shows medians.
+// wait4). Every round runs the readers in the same order, after one warm-up
+// read; the table shows medians. Without --direct-io both read the image
+// through the page cache, which measures the readers rather than the disk.
 // Needs root: it makes a 1 GiB image of random data, attaches it to a loop
 // device, and removes both at the end.
 //   surfacescan_bench [--rounds N] [--size-mib N] [--direct-io]
@@ -224,7 +226,10 @@ int main(int argc, char **argv)
     const QString state = dir.filePath(QStringLiteral("state"));
 
     std::printf("%s: %lld MiB of random data%s, %d rounds, medians\n", qPrintable(loop.device),
-                sizeMiB, directIo ? ", loop with direct I/O to its file" : "", rounds);
+                sizeMiB,
+                directIo ? ", loop with direct I/O to its file"
+                         : ", served from the page cache (--direct-io for the disk)",
+                rounds);
     runDd(loop.device); // brings the image into the page cache (or warms the disk) for both
 
     struct Row

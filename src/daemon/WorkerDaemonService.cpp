@@ -85,6 +85,11 @@ void WorkerDaemonService::stopTesting()
 void WorkerDaemonService::passFinished(bool completed)
 {
     m_currentTestType = 0;
+    // A test stopped while it ran did not end: it waits for the next pass.
+    for (qint32 &status : m_live) {
+        if (status == HXLiveTestStatusRunning)
+            status = HXLiveTestStatusPending;
+    }
     HXSystemLog::write(
         completed ? QStringLiteral("Testing pass finished: %1 tests complete").arg(m_testsComplete)
                   : QStringLiteral("Testing pass stopped after %1 tests").arg(m_testsComplete));

@@ -49,7 +49,9 @@ bool isSkippedKind(const QString &name)
 struct Mount
 {
     dev_t device = 0;
+    QString root; // the folder of the file system shown there: "/" unless a bind mount
     QString source;
+    QString devicePath; // the source with its links followed
     QString mountPoint;
     QString fsType;
     bool readWrite = false;
@@ -92,10 +94,18 @@ QList<Mount> readMounts()
         const QStringList numbers = fields[2].split(QLatin1Char(':'));
         if (numbers.size() == 2)
             mount.device = makedev(numbers[0].toUInt(), numbers[1].toUInt());
+        mount.root = unescapeMountField(fields[3]);
         mount.mountPoint = unescapeMountField(fields[4]);
-        mount.readWrite = fields[5].split(QLatin1Char(',')).contains(QStringLiteral("rw"));
+        // The file system's own options, the same in every mount namespace:
+        // a service that sees the system read-only (systemd's ProtectSystem)
+        // still sees whether the file system is in use read-write.
+        const QString superOptions = dash + 3 < fields.size() ? fields[dash + 3] : fields[5];
+        mount.readWrite = superOptions.split(QLatin1Char(',')).contains(QStringLiteral("rw"));
         mount.fsType = fields[dash + 1];
         mount.source = unescapeMountField(fields[dash + 2]);
+        // /dev/mapper/root is /dev/dm-0 to the kernel's own records.
+        const QString canonical = QFileInfo(mount.source).canonicalFilePath();
+        mount.devicePath = canonical.isEmpty() ? mount.source : canonical;
         mounts.append(mount);
     }
     return mounts;
@@ -140,17 +150,42 @@ void attachMount(HXVolume *volume, const QList<Mount> &mounts)
 {
     const dev_t number = deviceNumber(volume->kernelName, volume->devicePath);
     for (const Mount &mount : mounts) {
-        if ((number == 0 || mount.device != number) && mount.source != volume->devicePath)
+        if ((number == 0 || mount.device != number) && mount.devicePath != volume->devicePath)
             continue;
-        // One file system may be mounted several times (bind mounts); it is
-        // in use read-write when any of its mounts is, and is named by the
-        // first of those.
-        if (volume->mountPoint.isEmpty() || (mount.readWrite && !volume->mountedReadWrite)) {
-            volume->mountPoint = mount.mountPoint;
-            volume->mountedReadWrite = mount.readWrite;
-        }
+        volume->mountedReadWrite = volume->mountedReadWrite || mount.readWrite;
         if (volume->fsType.isEmpty())
             volume->fsType = mount.fsType;
+        // One file system may be shown in several places (bind mounts, a
+        // service's own view of the system): it is named by the first mount
+        // of its whole tree, not by a folder of it bound elsewhere.
+        const bool whole = mount.root == QLatin1String("/");
+        if (volume->mountPoint.isEmpty() || (whole && !volume->mountedWhole)) {
+            volume->mountPoint = mount.mountPoint;
+            volume->mountedWhole = whole;
+        }
+    }
+}
+
+// A device-mapper device (an encrypted or LVM volume) over one partition
+// lies on that partition's range of its disk; over several, on none.
+void placeOnDisk(HXVolume *volume)
+{
+    QString name = volume->kernelName;
+    for (int depth = 0; depth < 8; ++depth) {
+        const QDir slaves(sysfsFolder(name) + QStringLiteral("/slaves"));
+        const QStringList below =
+            slaves.entryList(QDir::Dirs | QDir::NoDotAndDotDot | QDir::System);
+        if (below.size() != 1)
+            return;
+        name = below.first();
+        const QString folder = sysfsFolder(name);
+        if (QFileInfo::exists(folder + QStringLiteral("/partition"))) {
+            volume->diskKernelName =
+                QFileInfo(QFileInfo(folder).canonicalFilePath()).dir().dirName();
+            volume->startBytes = readTrimmed(folder + QStringLiteral("/start")).toLongLong() * 512;
+            volume->sizeBytes = readTrimmed(folder + QStringLiteral("/size")).toLongLong() * 512;
+            return;
+        }
     }
 }
 
@@ -294,9 +329,7 @@ QList<HXVolume> HXBlockDevices::mountedVolumes()
     for (const Mount &mount : mounts) {
         if (!mount.source.startsWith(QLatin1String("/dev/")))
             continue;
-        // /dev/mapper/root is /dev/dm-0 to the kernel's own records.
-        const QString canonical = QFileInfo(mount.source).canonicalFilePath();
-        const QString path = canonical.isEmpty() ? mount.source : canonical;
+        const QString path = mount.devicePath;
         if (std::any_of(volumes.cbegin(), volumes.cend(),
                         [&](const HXVolume &v) { return v.devicePath == path; }))
             continue;
@@ -307,6 +340,7 @@ QList<HXVolume> HXBlockDevices::mountedVolumes()
         attachMount(&volume, mounts);
         if (volume.fsType.isEmpty())
             volume.fsType = mount.fsType;
+        placeOnDisk(&volume);
         volumes.append(volume);
     }
     return volumes;

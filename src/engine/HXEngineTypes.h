@@ -44,13 +44,14 @@ struct HXVolume
 {
     QString kernelName;     // "sda1"
     QString devicePath;     // "/dev/sda1"
-    QString diskKernelName; // "sda"
+    QString diskKernelName; // "sda"; empty when it spans several devices (LVM, md)
     QString fsType;         // "ext4", "vfat", "xfs", "btrfs", ...
     QString uuid;           // the file system's UUID
     QString label;
     QString mountPoint; // empty when not mounted
     bool mountedReadWrite = false;
-    qint64 startBytes = 0; // on its disk
+    bool mountedWhole = false; // mountPoint shows the whole file system, not a folder of it
+    qint64 startBytes = 0;     // on its disk
     qint64 sizeBytes = 0;
 
     QString displayName() const; // the label, else the mount point, else the kernel name

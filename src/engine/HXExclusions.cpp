@@ -69,7 +69,8 @@ bool HXExclusions::excludesFromFileTest(const QString &path) const
         if (!inside)
             continue;
         // A volume's files end where another volume is mounted inside it.
-        if (entry.isVolume && !m_mountPoints.isEmpty() && mountPointOf(clean) != entry.path)
+        if (entry.isVolume && m_mountPoints.contains(entry.path) &&
+            mountPointOf(clean) != entry.path)
             continue;
         return true;
     }

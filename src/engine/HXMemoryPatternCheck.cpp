@@ -158,8 +158,9 @@ bool HXMemoryPatternCheck::runPass(quint64 *words, std::size_t count, HXMemoryPa
             return false;
         const std::size_t n = std::min(chunk, count - i);
         quint64 expected = 0;
+        quint64 found = 0;
         const std::size_t bad =
-            HXMemoryPatterns::verify(pattern, pass, words + i, n, i, seed, &expected);
+            HXMemoryPatterns::verify(pattern, pass, words + i, n, i, seed, &expected, &found);
         if (bad == n)
             continue;
         Fault fault;
@@ -169,7 +170,7 @@ bool HXMemoryPatternCheck::runPass(quint64 *words, std::size_t count, HXMemoryPa
         fault.physicalAddress = physicalAddress(fault.address);
         fault.offset = qint64(i + bad) * qint64(sizeof(quint64));
         fault.expected = expected;
-        fault.found = *static_cast<volatile quint64 *>(words + i + bad);
+        fault.found = found;
         outcome.fault = fault;
         return true;
     }

@@ -159,7 +159,7 @@ void writeWith(Pattern &&pattern, quint64 *words, std::size_t count, std::size_t
 
 template<class Pattern>
 std::size_t verifyWith(Pattern &&pattern, const quint64 *words, std::size_t count,
-                       std::size_t index, quint64 *expected)
+                       std::size_t index, quint64 *expected, quint64 *found)
 {
     // What was written is not known to the compiler here: every word is read
     // from memory, never taken from what the write loop left in registers.
@@ -180,9 +180,13 @@ std::size_t verifyWith(Pattern &&pattern, const quint64 *words, std::size_t coun
         if (diff == 0)
             continue;
         for (std::size_t k = 0; k < n; ++k) {
-            if (words[i + k] != want[k]) {
+            // Read once: a fault that comes and goes must be told as it was seen.
+            const quint64 value = static_cast<const volatile quint64 *>(words)[i + k];
+            if (value != want[k]) {
                 if (expected)
                     *expected = want[k];
+                if (found)
+                    *found = value;
                 return i + k;
             }
         }
@@ -236,15 +240,16 @@ void HXMemoryPatterns::write(HXMemoryPattern pattern, int pass, quint64 *words, 
 
 std::size_t HXMemoryPatterns::verify(HXMemoryPattern pattern, int pass, const quint64 *words,
                                      std::size_t count, std::size_t index, quint64 seed,
-                                     quint64 *expected)
+                                     quint64 *expected, quint64 *found)
 {
     switch (pattern) {
     case HXMemoryPattern::WalkingOnes:
-        return verifyWith(WalkingOnes(pass), words, count, index, expected);
+        return verifyWith(WalkingOnes(pass), words, count, index, expected, found);
     case HXMemoryPattern::AddressInAddress:
-        return verifyWith(AddressInAddress{pass}, words, count, index, expected);
+        return verifyWith(AddressInAddress{pass}, words, count, index, expected, found);
     case HXMemoryPattern::RandomData:
-        return verifyWith(RandomData(seed + quint64(pass), index), words, count, index, expected);
+        return verifyWith(RandomData(seed + quint64(pass), index), words, count, index, expected,
+                          found);
     }
     return count;
 }

@@ -35,8 +35,9 @@ QString name(HXMemoryPattern pattern); // "walking ones", for log lines
 void write(HXMemoryPattern pattern, int pass, quint64 *words, std::size_t count, std::size_t index,
            quint64 seed);
 // The index (from `words`) of the first word that does not hold what write()
-// put there, with that value in `expected`; `count` when all of them do.
+// put there, with that value in `expected` and what the word held in `found`;
+// `count` when all of them do.
 std::size_t verify(HXMemoryPattern pattern, int pass, const quint64 *words, std::size_t count,
-                   std::size_t index, quint64 seed, quint64 *expected);
+                   std::size_t index, quint64 seed, quint64 *expected, quint64 *found = nullptr);
 
 } // namespace HXMemoryPatterns

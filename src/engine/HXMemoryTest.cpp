@@ -104,9 +104,13 @@ QList<HXTestFinding> HXMemoryTest::run(const HXEngineContext &context)
         finding.type = HXDTestResultSuccessType;
 
     if (lines.isEmpty()) {
-        const QString counters = edac.controllers > 0
-                                     ? QStringLiteral("the memory controllers count no errors")
-                                     : QStringLiteral("no EDAC driver reports error counts here");
+        QString counters = edac.controllers == 0
+                               ? QStringLiteral("no EDAC driver reports error counts here")
+                           : edac.unreadable.isEmpty()
+                               ? QStringLiteral("the memory controllers count no errors")
+                               : QStringLiteral("the memory controllers' counters that could be "
+                                                "read count no errors (%1 could not be read)")
+                                     .arg(edac.unreadable.size());
         lines.append(patternTested
                          ? QStringLiteral("Memory test passed: %1 held %2 without a fault; %3")
                                .arg(tested, patternNames(), counters)

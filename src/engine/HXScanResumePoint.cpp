@@ -41,7 +41,7 @@ std::optional<HXScanResumePoint> HXScanResumePoint::load(const QString &folder,
     if (!file.open(QIODevice::ReadOnly))
         return bad(QStringLiteral("could not be read: %1").arg(file.errorString()));
     QJsonParseError error{};
-    const QJsonDocument document = QJsonDocument::fromJson(file.read(1 << 20), &error);
+    const QJsonDocument document = QJsonDocument::fromJson(file.read(4 << 20), &error);
     if (error.error != QJsonParseError::NoError || !document.isObject())
         return bad(QStringLiteral("is malformed"));
     const QJsonObject o = document.object();
@@ -67,9 +67,16 @@ std::optional<HXScanResumePoint> HXScanResumePoint::load(const QString &folder,
 
 bool HXScanResumePoint::save(const QString &folder, const QString &diskId, QString *why) const
 {
+    // A dying disk can have more bad ranges than are worth carrying over:
+    // the first ones are kept, so that the point always reads back whole and
+    // the scan never starts over for want of room.
+    constexpr qsizetype kMaxSavedRanges = 10000;
     QJsonArray bad;
-    for (const HXBadBlockRange &r : badBlocks.ranges())
+    for (const HXBadBlockRange &r : badBlocks.ranges()) {
+        if (bad.size() >= kMaxSavedRanges)
+            break;
         bad.append(QJsonArray{r.first, r.count});
+    }
     const QJsonObject o{{idKey, diskId},
                         {sizeKey, sizeBytes},
                         {blockKey, blockSize},

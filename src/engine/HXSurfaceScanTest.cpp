@@ -33,8 +33,11 @@ public:
     }
     ~IdleIoPriority()
     {
-        if (m_previous >= 0)
-            syscall(SYS_ioprio_set, ioprioWhoProcess, 0, m_previous);
+        // Some kernels answer a class they do not take back; the thread then
+        // goes back to the default class rather than staying idle for the
+        // tests after this one.
+        if (m_previous >= 0 && syscall(SYS_ioprio_set, ioprioWhoProcess, 0, m_previous) != 0)
+            syscall(SYS_ioprio_set, ioprioWhoProcess, 0, 0);
     }
     IdleIoPriority(const IdleIoPriority &) = delete;
     IdleIoPriority &operator=(const IdleIoPriority &) = delete;
@@ -75,6 +78,14 @@ QList<HXTestFinding> HXSurfaceScanTest::run(const HXEngineContext &context)
     if (context.disks.isEmpty())
         return findings;
     IdleIoPriority priority(context);
+    for (const HXVolume &volume : context.volumes) {
+        // A file system spread over several devices (an LVM volume group, an
+        // md array) has no one range of a disk to leave out.
+        if (volume.diskKernelName.isEmpty() && context.exclusions.excludesFromSurfaceScan(volume))
+            context.say(QStringLiteral("Surface Scan test cannot leave out %1 (%2), which the user "
+                                       "excluded: it does not lie on one range of one disk")
+                            .arg(volume.displayName(), volume.kernelName));
+    }
     for (const HXBlockDisk &disk : context.disks) {
         if (context.isCancelled())
             break;
@@ -215,8 +226,8 @@ HXTestFinding HXSurfaceScanTest::makeFinding(const HXBlockDisk &disk,
             .arg(source.logicalBlockSize());
     if (outcome.completed) {
         finding.log = bad ? found
-                          : QStringLiteral("Surface Scan test passed on %1: %2 read, every block "
-                                           "readable")
+                          : QStringLiteral("Surface Scan test passed on %1: every block of the %2 "
+                                           "scanned is readable")
                                 .arg(name, HXSizeText(outcome.bytesToRead));
         return finding;
     }

@@ -103,6 +103,9 @@ private Q_SLOTS:
         folder.insert(QStringLiteral("NSURLIsVolumeKey"), false);
         QVERIFY(HXExclusions::fromEntries({folder}, {QStringLiteral("/"), QStringLiteral("/home")})
                     .excludesFromFileTest(QStringLiteral("/home/ada/notes.txt")));
+        // A volume whose mount is not known keeps the plain rule.
+        QVERIFY(HXExclusions::fromEntries({root}, {QStringLiteral("/home")})
+                    .excludesFromFileTest(QStringLiteral("/etc/passwd")));
     }
 
     void programsAreFoundOnThePathAndBounded()
@@ -210,22 +213,28 @@ private Q_SLOTS:
         QDir().mkpath(root.filePath(QStringLiteral("proc/self")));
         QFile table(root.filePath(QStringLiteral("proc/self/mountinfo")));
         QVERIFY(table.open(QIODevice::WriteOnly));
-        table.write("22 27 0:21 / /proc rw,relatime - proc proc rw\n"
-                    "27 1 254:0 / / rw,relatime - ext4 /dev/vda rw,discard\n"
-                    "40 27 8:17 / /media/My\\040Photos ro,nosuid shared:5 - vfat /dev/sdb1 ro\n"
-                    "41 27 8:17 /sub /srv/bind rw - vfat /dev/sdb1 rw\n"
-                    "42 27 8:33 / /media/Old\\040Disk ro - ext2 /dev/sdc1 ro\n"
-                    "garbage line\n");
+        // As a hardened service sees it: the system read-only but for its
+        // own folders, bound in from the same file system.
+        table.write(
+            "22 27 0:21 / /proc rw,relatime - proc proc rw\n"
+            "27 1 254:0 / / ro,relatime - ext4 /dev/vda rw,discard\n"
+            "28 27 254:0 /var/lib/orvex /var/lib/orvex rw,relatime - ext4 /dev/vda rw,discard\n"
+            "40 27 8:17 /sub /srv/bind ro - vfat /dev/sdb1 rw\n"
+            "41 27 8:17 / /media/My\\040Photos ro,nosuid shared:5 - vfat /dev/sdb1 rw\n"
+            "42 27 8:33 / /media/Old\\040Disk ro - ext2 /dev/sdc1 ro\n"
+            "garbage line\n");
         table.close();
         qputenv("ORVEX_SYSROOT", QFile::encodeName(root.path()));
         auto restore = qScopeGuard([] { qunsetenv("ORVEX_SYSROOT"); });
         const QList<HXVolume> mounted = HXBlockDevices::mountedVolumes();
         QCOMPARE(mounted.size(), 3);
+        // In use read-write by the file system's own options, and named by
+        // the mount of its whole tree, not by a folder bound elsewhere.
         QCOMPARE(mounted[0].devicePath, QStringLiteral("/dev/vda"));
+        QCOMPARE(mounted[0].mountPoint, QStringLiteral("/"));
         QVERIFY(mounted[0].mountedReadWrite);
-        // Mounted read-only once and read-write elsewhere: in use read-write.
         QCOMPARE(mounted[1].devicePath, QStringLiteral("/dev/sdb1"));
-        QCOMPARE(mounted[1].mountPoint, QStringLiteral("/srv/bind"));
+        QCOMPARE(mounted[1].mountPoint, QStringLiteral("/media/My Photos"));
         QVERIFY(mounted[1].mountedReadWrite);
         QCOMPARE(mounted[2].mountPoint, QStringLiteral("/media/Old Disk"));
         QCOMPARE(mounted[2].fsType, QStringLiteral("ext2"));

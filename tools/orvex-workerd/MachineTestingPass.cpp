@@ -8,7 +8,11 @@
 #include "HXSystemLog.h"
 #include "HXWorkerLogFile.h"
 
+#include <QFile>
 #include <algorithm>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace {
 
@@ -53,6 +57,16 @@ bool MachineTestingPass::resolveDisks(const QStringList &paths, QList<HXBlockDis
         const auto disk = HXBlockDevices::diskAt(path, why);
         if (!disk)
             return false;
+        // A disk the user names is to be tested now: one this process cannot
+        // read (not root, say) fails the pass instead of going untested.
+        const int fd =
+            ::open(QFile::encodeName(disk->devicePath).constData(), O_RDONLY | O_CLOEXEC);
+        if (fd < 0) {
+            *why = QStringLiteral("%1 cannot be opened: %2")
+                       .arg(path, QString::fromLocal8Bit(strerror(errno)));
+            return false;
+        }
+        ::close(fd);
         disks->append(*disk);
     }
     return true;
@@ -184,8 +198,8 @@ void MachineTestingPass::record(HXTest test, QList<HXTestFinding> findings, bool
     for (const HXTestFinding &finding : std::as_const(findings))
         recordResult(m_reporter, HXMakeTestResult(test, finding), m_settings.announceErrors);
     Q_EMIT testRecorded(test, findings, stopped);
-    // A test stopped before it found anything says nothing about the
-    // machine: its live status stays as it was.
+    // A stopped test did not end: what it found is recorded, and its live
+    // status stays running until the pass ends, then goes back to pending.
     if (!stopped)
         Q_EMIT testFinished(test, liveStatus(findings));
 }
