@@ -22,6 +22,7 @@
 #include <QTcpServer>
 #include <QTemporaryDir>
 #include <QtTest>
+#include <csignal>
 
 namespace {
 
@@ -208,6 +209,33 @@ private Q_SLOTS:
                          QStringLiteral("/dev/null")}),
                  1);
         QVERIFY(process.readAllStandardError().contains("not a block device"));
+    }
+
+    void aPassStoppedByTheUserSaysSo()
+    {
+        QTemporaryDir dir;
+        // A smartctl that hangs once started, and says when it is.
+        const QString started = dir.filePath(QStringLiteral("started"));
+        QVERIFY(writeFile(
+            dir.filePath(QStringLiteral("bin/smartctl")),
+            QStringLiteral("#!/bin/sh\ntouch '%1'\nexec sleep 60\n").arg(started).toUtf8(), true));
+        QProcess worker;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("ORVEX_ROOT"), dir.filePath(QStringLiteral("root")));
+        env.insert(QStringLiteral("PATH"), dir.filePath(QStringLiteral("bin")) + QLatin1Char(':') +
+                                               env.value(QStringLiteral("PATH")));
+        worker.setProcessEnvironment(env);
+        worker.start(
+            QStringLiteral(ORVEX_WORKERD_PATH),
+            {QStringLiteral("--once"), QStringLiteral("--only"), QStringLiteral("smart,raid")});
+        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(started), 30000);
+        ::kill(pid_t(worker.processId()), SIGINT);
+        QVERIFY(worker.waitForFinished(30000));
+        QCOMPARE(worker.exitCode(), 1);
+        const QByteArray out = worker.readAllStandardOutput();
+        QVERIFY2(out.startsWith("SMART test: stopped\n"), out.constData());
+        QVERIFY2(!out.contains("RAID test"), out.constData()); // no test starts after the stop
+        QVERIFY(worker.readAllStandardError().contains("stopped before its end"));
     }
 
     void onePassOnALoopDiskUnderAFixtureRoot()
