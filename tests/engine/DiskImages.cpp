@@ -70,16 +70,6 @@ bool writeAt(const QString &path, qint64 offset, const QByteArray &bytes)
            file.write(bytes) == bytes.size();
 }
 
-bool resize(const QString &path, qint64 bytes)
-{
-    return QFile::resize(path, bytes);
-}
-
-LoopDevice::LoopDevice(const QString &image)
-    : LoopDevice(image, Options())
-{
-}
-
 LoopDevice::LoopDevice(const QString &image, Options options)
 {
     m_error = loopUnavailableReason();

@@ -19,20 +19,20 @@ QString loopUnavailableReason();
 bool makeImage(const QString &path, qint64 bytes); // a sparse file of that size
 QByteArray readFile(const QString &path);
 bool writeAt(const QString &path, qint64 offset, const QByteArray &bytes);
-bool resize(const QString &path, qint64 bytes);
+
+struct LoopOptions
+{
+    bool readOnly = true;
+    int sectorSize = 0;      // 0: the driver's default, 512
+    bool partitions = false; // create /dev/loopNpM for its partitions
+};
 
 // A loop device over an image, detached when it goes out of scope.
 class LoopDevice
 {
 public:
-    struct Options
-    {
-        bool readOnly = true;
-        int sectorSize = 0;      // 0: the driver's default, 512
-        bool partitions = false; // create /dev/loopNpM for its partitions
-    };
-    explicit LoopDevice(const QString &image);
-    LoopDevice(const QString &image, Options options);
+    using Options = LoopOptions;
+    explicit LoopDevice(const QString &image, Options options = {});
     ~LoopDevice();
     LoopDevice(const LoopDevice &) = delete;
     LoopDevice &operator=(const LoopDevice &) = delete;

@@ -3,7 +3,6 @@
 #include "HXBlockSource.h"
 
 #include <QList>
-#include <atomic>
 #include <cerrno>
 #include <functional>
 #include <memory>
@@ -22,7 +21,14 @@ public:
     };
 
     explicit FaultyBlockSource(std::unique_ptr<HXBlockSource> inner)
-        : m_inner(std::move(inner))
+        : m_owned(std::move(inner))
+        , m_inner(*m_owned)
+    {
+    }
+    // Lends a source the test keeps to code that takes ownership of its
+    // source, so that the test reads its requests after the scan.
+    explicit FaultyBlockSource(HXBlockSource &inner)
+        : m_inner(inner)
     {
     }
 
@@ -31,17 +37,9 @@ public:
     {
         m_faults.append({first, count, error});
     }
-    // Sets `flag` once this many bytes have been read, as a user who cancels
-    // the pass while the scan runs.
-    void cancelAfter(qint64 bytes, std::atomic_bool *flag)
-    {
-        m_cancelAfter = bytes;
-        m_cancel = flag;
-    }
-
-    qint64 sizeBytes() const override { return m_inner->sizeBytes(); }
-    int logicalBlockSize() const override { return m_inner->logicalBlockSize(); }
-    std::size_t bufferAlignment() const override { return m_inner->bufferAlignment(); }
+    qint64 sizeBytes() const override { return m_inner.sizeBytes(); }
+    int logicalBlockSize() const override { return m_inner.logicalBlockSize(); }
+    std::size_t bufferAlignment() const override { return m_inner.bufferAlignment(); }
     qint64 read(qint64 offset, void *buffer, qint64 length) override
     {
         requests.append({offset, length});
@@ -52,16 +50,11 @@ public:
             if (offset < (f.first + f.count) * block && f.first * block < offset + length)
                 return -f.error;
         }
-        const qint64 n = m_inner->read(offset, buffer, length);
-        if (n > 0)
-            m_served += n;
-        if (m_cancel && m_served >= m_cancelAfter)
-            m_cancel->store(true);
-        return n;
+        return m_inner.read(offset, buffer, length);
     }
 
     QList<Request> requests;
-    std::function<void()> readHook;
+    std::function<void()> readHook; // called before each read is served
 
 private:
     struct Fault
@@ -70,30 +63,7 @@ private:
         qint64 count;
         int error;
     };
-    std::unique_ptr<HXBlockSource> m_inner;
+    std::unique_ptr<HXBlockSource> m_owned;
+    HXBlockSource &m_inner;
     QList<Fault> m_faults;
-    qint64 m_served = 0;
-    qint64 m_cancelAfter = 0;
-    std::atomic_bool *m_cancel = nullptr;
-};
-
-// Lends a source the test keeps to code that takes ownership of its source,
-// so that the test reads the requests after the scan is done with it.
-class BorrowedBlockSource : public HXBlockSource
-{
-public:
-    explicit BorrowedBlockSource(HXBlockSource &source)
-        : m_source(source)
-    {
-    }
-    qint64 sizeBytes() const override { return m_source.sizeBytes(); }
-    int logicalBlockSize() const override { return m_source.logicalBlockSize(); }
-    std::size_t bufferAlignment() const override { return m_source.bufferAlignment(); }
-    qint64 read(qint64 offset, void *buffer, qint64 length) override
-    {
-        return m_source.read(offset, buffer, length);
-    }
-
-private:
-    HXBlockSource &m_source;
 };
