@@ -1,10 +1,11 @@
 #pragma once
 
+#include "EngineTestRun.h"
 #include "TestSupport.h"
 
 #include <QDir>
-#include <QDirIterator>
 #include <QFile>
+#include <QProcess>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -18,18 +19,10 @@ public:
         : m_oldPath(qgetenv("PATH"))
         , m_oldRoot(qgetenv("ORVEX_SYSROOT"))
     {
-        const QString from = fixture(QStringLiteral("sysroot"));
-        QDirIterator it(from, QDir::Files | QDir::Dirs | QDir::NoDotAndDotDot,
-                        QDirIterator::Subdirectories);
-        while (it.hasNext()) {
-            const QString path = it.next();
-            const QString target = root() + path.mid(from.size());
-            if (it.fileInfo().isDir())
-                QDir().mkpath(target);
-            else
-                QFile::copy(path, target);
-        }
         QDir().mkpath(bin());
+        if (QProcess::execute(QStringLiteral("/bin/cp"),
+                              {QStringLiteral("-R"), fixture(QStringLiteral("sysroot")), root()}))
+            qFatal("cannot copy the kernel fixture tree");
         qputenv("ORVEX_SYSROOT", QFile::encodeName(root()));
         qputenv("PATH", QFile::encodeName(bin()));
     }
@@ -56,57 +49,36 @@ public:
     // A journalctl that prints `journal` (the records after --after-cursor's,
     // when given), then `err` on standard error, and ends with `exitCode`.
     // Each call's arguments are kept for journalCalls().
-    void useJournal(const QString &journal, int exitCode = 0, const QByteArray &err = {})
+    void useJournal(const QString &journal, int exitCode = 0, const QString &err = {})
     {
         QFile::remove(journalCopy());
         QFile::copy(journal, journalCopy());
-        QFile script(bin() + QStringLiteral("/journalctl"));
-        QVERIFY(script.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        script.write("#!/bin/sh\n"
-                     "printf '%s\\n' \"$*\" >> '" +
-                     QFile::encodeName(folder()) +
-                     "/journal-calls'\n"
-                     "after=\n"
-                     "for a in \"$@\"; do case \"$a\" in --after-cursor=*) "
-                     "after=\"${a#--after-cursor=}\";; esac; done\n"
-                     "if [ -n \"$after\" ]; then\n"
-                     "  /usr/bin/awk -v c=\"\\\"__CURSOR\\\":\\\"$after\\\"\" 'found { print } "
-                     "index($0, c) { found = 1 }' '" +
-                     QFile::encodeName(journalCopy()) +
-                     "'\n"
-                     "else\n"
-                     "  /bin/cat '" +
-                     QFile::encodeName(journalCopy()) +
-                     "'\n"
-                     "fi\n"
-                     "printf '%s' '" +
-                     err +
-                     "' >&2\n"
-                     "exit " +
-                     QByteArray::number(exitCode) + "\n");
-        script.close();
-        script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        const QString script = bin() + QStringLiteral("/journalctl");
+        writeFile(script, QStringLiteral(R"sh(#!/bin/sh
+printf '%s\n' "$*" >> '%1/journal-calls'
+after=
+for a; do case "$a" in --after-cursor=*) after="${a#--after-cursor=}";; esac; done
+if [ -z "$after" ]; then /bin/cat '%2'
+else /usr/bin/awk -v c="\"__CURSOR\":\"$after\"" 'found { print } index($0, c) { found = 1 }' '%2'
+fi
+printf '%s' '%3' >&2
+exit %4
+)sh")
+                              .arg(folder(), journalCopy(), err)
+                              .arg(exitCode)
+                              .toUtf8());
+        QFile::setPermissions(script, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     }
     QString journalCopy() const { return m_dir.filePath(QStringLiteral("journal.json")); }
     QStringList journalCalls() const
     {
-        QFile file(m_dir.filePath(QStringLiteral("journal-calls")));
-        if (!file.open(QIODevice::ReadOnly))
-            return {};
-        return QString::fromUtf8(file.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+        return QString::fromUtf8(TestSupport::readFile(folder() + QStringLiteral("/journal-calls")))
+            .split(QLatin1Char('\n'), Qt::SkipEmptyParts);
     }
 
-    static void append(const QString &path, const QByteArray &data)
-    {
-        QFile file(path);
-        QVERIFY(file.open(QIODevice::Append));
-        file.write(data);
-    }
     void setBootId(const QByteArray &id)
     {
-        QFile file(root() + QStringLiteral("/proc/sys/kernel/random/boot_id"));
-        QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        file.write(id + '\n');
+        writeFile(root() + QStringLiteral("/proc/sys/kernel/random/boot_id"), id + '\n');
     }
 
 private:

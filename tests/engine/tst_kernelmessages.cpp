@@ -4,6 +4,8 @@
 
 #include <QtTest>
 
+using namespace Qt::StringLiterals;
+
 // The kernel's wording, message by message, as its drivers print it.
 class tst_KernelMessages : public QObject
 {
@@ -16,7 +18,6 @@ private slots:
         QTest::addColumn<QString>("found"); // "device: location", or empty
         // clang-format off
         QTest::newRow("block layer") << "I/O error, dev sda, sector 123456 op 0x0:(READ) flags 0x0 phys_seg 1 prio class 0" << "sda: sector 123456";
-        QTest::newRow("older kernels") << "blk_update_request: I/O error, dev sdb, sector 2048" << "sdb: sector 2048";
         QTest::newRow("medium error") << "print_req_error: critical medium error, dev sdc, sector 9 flags 0" << "sdc: sector 9";
         QTest::newRow("buffer") << "Buffer I/O error on dev sda1, logical block 7, async page read" << "sda1: logical block 7 of sda1";
         QTest::newRow("nvme, no names") << "nvme0n1: I/O Cmd(0x2) @ LBA 1234, 8 blocks, I/O Error (sct 0x2 / sc 0x81)" << "nvme0n1: LBA 1234";
@@ -31,27 +32,18 @@ private slots:
         QFETCH(QString, text);
         QFETCH(QString, found);
         const std::optional<HXBlockIOError> error = HXBlockIOErrors::parse(text);
-        QCOMPARE(error ? error->device + QStringLiteral(": ") + error->location : QString(), found);
+        QCOMPARE(error ? error->device + u": "_s + error->location : QString(), found);
     }
 
+    // "device disk 1" when the device's errors count for the disk ("-": none).
     void partitionsCountForTheirDisk()
     {
-        const struct
-        {
-            const char *device;
-            const char *disk;
-            bool belongs;
-        } cases[] = {{"sda1", "sda", true},
-                     {"sdaa1", "sda", false},
-                     {"nvme0n1p2", "nvme0n1", true},
-                     {"nvme0n10", "nvme0n1", false},
-                     {"nvme0c1n1p3", "nvme0n1", true},
-                     {"loop3p1", "loop3", true},
-                     {"sda", "", false}};
-        for (const auto &c : cases) {
-            QVERIFY2(HXBlockIOErrors::belongsToDisk(QLatin1String(c.device),
-                                                    QLatin1String(c.disk)) == c.belongs,
-                     c.device);
+        for (const char *c :
+             {"sda1 sda 1", "sdaa1 sda 0", "nvme0n1p2 nvme0n1 1", "nvme0n10 nvme0n1 0",
+              "nvme0c1n1p3 nvme0n1 1", "loop3p1 loop3 1", "sda - 0"}) {
+            const QStringList w = QString::fromLatin1(c).split(u' ');
+            const QString disk = w[1] == u"-"_s ? QString() : w[1];
+            QVERIFY2(HXBlockIOErrors::belongsToDisk(w[0], disk) == (w[2] == u"1"_s), c);
         }
     }
 
@@ -76,8 +68,7 @@ private slots:
         QFETCH(QString, text);
         QFETCH(QString, found);
         const std::optional<HXFileSystemLogError> error = HXFileSystemErrors::parseLogLine(text);
-        QCOMPARE(error ? QStringLiteral("%1 %2").arg(error->device).arg(error->inode) : QString(),
-                 found);
+        QCOMPARE(error ? u"%1 %2"_s.arg(error->device).arg(error->inode) : QString(), found);
     }
 
     void btrfsErrorStats()
@@ -88,8 +79,7 @@ private slots:
                                                   "corruption_errs 1\ngeneration_errs 0\n",
                                                   &stats));
         QVERIFY(HXFileSystemErrors::addErrorStats("write_errs 1\nread_errs -3\n", &stats));
-        QCOMPARE(stats.describe(),
-                 QStringLiteral("1 write error, 2 read errors and 1 corruption error"));
+        QCOMPARE(stats.describe(), u"1 write error, 2 read errors and 1 corruption error"_s);
     }
 
     // Lines are "priority microseconds text", in the log's order.
@@ -130,11 +120,11 @@ private slots:
         QFETCH(int, uncorrected);
         QFETCH(int, firmwareNotes);
         HXHardwareErrors tally;
-        for (const QString &line : lines.split(QLatin1Char('\n'))) {
+        for (const QString &line : lines.split(u'\n')) {
             HXKernelRecord record;
-            record.priority = line.section(QLatin1Char(' '), 0, 0).toInt();
-            record.monotonicUsec = line.section(QLatin1Char(' '), 1, 1).toLongLong();
-            record.text = line.section(QLatin1Char(' '), 2);
+            record.priority = line.section(u' ', 0, 0).toInt();
+            record.monotonicUsec = line.section(u' ', 1, 1).toLongLong();
+            record.text = line.section(u' ', 2);
             tally.add(record);
         }
         QCOMPARE(tally.errors(), errors);
