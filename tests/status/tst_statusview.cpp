@@ -16,6 +16,7 @@
 #include "HXStatusReporter.h"
 #include "HXStatusViewController.h"
 #include "HXTextField.h"
+#include "LiveStatusView.h"
 #include "StandinProcess.h"
 #include "TestSupport.h"
 
@@ -54,7 +55,10 @@ private:
     HXFakeMachineProbes m_machine;
     HXNotificationCenter m_local;
 
-    QString reportPath() const { return m_root.filePath(QStringLiteral("var/lib/orvex/Report.zrrpt")); }
+    QString reportPath() const
+    {
+        return m_root.filePath(QStringLiteral("var/lib/orvex/Report.zrrpt"));
+    }
 
     void writeReport(const HXTestResultList &results)
     {
@@ -67,7 +71,8 @@ private:
 
     std::unique_ptr<HXStatusReporter> reporter()
     {
-        return std::make_unique<HXStatusReporter>(HXStatusReporter::Options{reportPath(), &m_local, nullptr, true});
+        return std::make_unique<HXStatusReporter>(
+            HXStatusReporter::Options{reportPath(), &m_local, nullptr, true});
     }
 
     std::unique_ptr<HXStatusViewController> controller(HXStatusReporter *reporter, quint16 port = 0)
@@ -135,13 +140,14 @@ private Q_SLOTS:
 
     void groupsFollowTheReport()
     {
-        writeReport({result(HXDTestResultWarningType, HXDSMARTCheckTestName),
-                     result(HXDTestResultErrorType, HXDSMARTCheckTestName + QStringLiteral(" on sdb")),
-                     result(HXDTestResultSuccessType, HXDSMARTCheckTestName),
-                     result(HXDTestResultWarningType, HXDPartitionMapCheckTestName),
-                     result(HXDTestResultSuccessType, HXDSurfaceScanTestName),
-                     result(HXDTestResultSuccessType, HXDMemoryTestName),
-                     result(HXDTestResultWarningType, HXDBatteryTestName)});
+        writeReport(
+            {result(HXDTestResultWarningType, HXDSMARTCheckTestName),
+             result(HXDTestResultErrorType, HXDSMARTCheckTestName + QStringLiteral(" on sdb")),
+             result(HXDTestResultSuccessType, HXDSMARTCheckTestName),
+             result(HXDTestResultWarningType, HXDPartitionMapCheckTestName),
+             result(HXDTestResultSuccessType, HXDSurfaceScanTestName),
+             result(HXDTestResultSuccessType, HXDMemoryTestName),
+             result(HXDTestResultWarningType, HXDBatteryTestName)});
         m_machine.raid = false;
         m_machine.battery = false;
         auto source = reporter();
@@ -151,7 +157,8 @@ private Q_SLOTS:
         QCOMPARE(c->drivesView()->testStatus(), 3);
         QCOMPARE(c->drivesView()->statusField()->realString(), QStringLiteral("FAILED"));
         QCOMPARE(c->drivesView()->statusField()->textColor(), QColor(0xe5, 0x48, 0x4d));
-        QVERIFY(bulletColour(c->drivesView(), 1).contains(QLatin1String("#f5c518"))); // partition map: yellow
+        QVERIFY(bulletColour(c->drivesView(), 1)
+                    .contains(QLatin1String("#f5c518"))); // partition map: yellow
         QVERIFY(bulletColour(c->drivesView(), 2).contains(QLatin1String("#7d858f"))); // RAID: gray
         QCOMPARE(c->resultIndex(HXTest::SMART), 1);
         // The partition map's warning is listed with the volume structures.
@@ -204,9 +211,13 @@ private Q_SLOTS:
             QStringList({QStringLiteral("No RAID Array"),
                          QStringLiteral("Your computer is not equiped with a RAID Array."),
                          QStringLiteral("OK")}));
-        QVERIFY(answerAlert([&] { QTest::mouseClick(c->drivesView()->smartField(), Qt::LeftButton); }).isEmpty());
+        QVERIFY(answerAlert([&] {
+                    QTest::mouseClick(c->drivesView()->smartField(), Qt::LeftButton);
+                }).isEmpty());
         m_machine.battery = false;
-        QCOMPARE(answerAlert([&] { QTest::mouseClick(c->hardwareView()->batteryField(), Qt::LeftButton); }).value(0),
+        QCOMPARE(answerAlert([&] {
+                     QTest::mouseClick(c->hardwareView()->batteryField(), Qt::LeftButton);
+                 }).value(0),
                  QStringLiteral("No Battery"));
         m_machine.partitionMap = false;
         QCOMPARE(answerAlert([&] {
@@ -214,7 +225,9 @@ private Q_SLOTS:
                  }).value(1),
                  QStringLiteral("The partition map test is available on this system."));
         m_machine.smart = false;
-        QCOMPARE(answerAlert([&] { QTest::mouseClick(c->drivesView()->smartField(), Qt::LeftButton); }).value(0),
+        QCOMPARE(answerAlert([&] {
+                     QTest::mouseClick(c->drivesView()->smartField(), Qt::LeftButton);
+                 }).value(0),
                  QStringLiteral("SMART Not Supported"));
         // The click on a name is not a click on the group.
         QVERIFY(!c->showingBox());
@@ -222,18 +235,26 @@ private Q_SLOTS:
 
     void logRequestsAndTheDebugSwitch()
     {
-        writeReport({result(HXDTestResultSuccessType, HXDMemoryTestName), result(HXDTestResultErrorType, HXDMemoryTestName)});
+        writeReport({result(HXDTestResultSuccessType, HXDMemoryTestName),
+                     result(HXDTestResultErrorType, HXDMemoryTestName)});
         auto source = reporter();
         auto c = controller(source.get());
         QList<QVariantMap> requests;
-        m_local.addObserver(QStringLiteral("ShowLogViewNotification"), c.get(),
-                            [&](const HXNotification &n) { requests.append(n.userInfo); });
+        // The center outlives this test: the observer, whose handler holds
+        // this test's locals, goes with it (a later controller may be given
+        // the same address).
+        const auto token =
+            m_local.addObserver(QStringLiteral("ShowLogViewNotification"), c.get(),
+                                [&](const HXNotification &n) { requests.append(n.userInfo); });
+        auto forget = qScopeGuard([&] { m_local.removeObserver(token); });
         c->showInLog(HXTest::Memory);
         c->individualStatusButtonClicked(7);
         c->showInLog(HXTest::PartitionMap); // it has none
         QCOMPARE(requests.size(), 2);
-        QCOMPARE(requests[0], (QVariantMap{{QStringLiteral("ScrollToTop"), true}, {QStringLiteral("ResultIndex"), qint64(1)}}));
-        QCOMPARE(requests[1], (QVariantMap{{QStringLiteral("ScrollToTop"), false}, {QStringLiteral("ResultIndex"), qint64(7)}}));
+        QCOMPARE(requests[0], (QVariantMap{{QStringLiteral("ScrollToTop"), true},
+                                           {QStringLiteral("ResultIndex"), qint64(1)}}));
+        QCOMPARE(requests[1], (QVariantMap{{QStringLiteral("ScrollToTop"), false},
+                                           {QStringLiteral("ResultIndex"), qint64(7)}}));
 
         QVERIFY(!c->showAll());
         m_local.post(HXDebugShowAllNotification, nullptr);
@@ -302,8 +323,8 @@ private Q_SLOTS:
         text.resize(612, 400); // a container of 580
         text.setExclusionRect(QRectF(300, 0, 200, 100));
         QCOMPARE(text.lineWidthAt(0), 284.0);
-        QCOMPARE(text.lineWidthAt(73.9), 284.0);  // top 89.9: above the bottom of 90
-        QCOMPARE(text.lineWidthAt(74), 580.0);    // top 90: below it
+        QCOMPARE(text.lineWidthAt(73.9), 284.0); // top 89.9: above the bottom of 90
+        QCOMPARE(text.lineWidthAt(74), 580.0);   // top 90: below it
         auto document = std::make_unique<QTextDocument>();
         QFont font;
         font.setPointSize(20);
@@ -318,7 +339,8 @@ private Q_SLOTS:
             else
                 QVERIFY(line.right() <= 16 + 580);
         }
-        QVERIFY(std::any_of(lines.cbegin(), lines.cend(), [](const QRectF &l) { return l.top() >= 90 && l.right() > 310; }));
+        QVERIFY(std::any_of(lines.cbegin(), lines.cend(),
+                            [](const QRectF &l) { return l.top() >= 90 && l.right() > 310; }));
     }
 
     void resultBoxOpensAndEscapeClosesIt()
@@ -334,10 +356,12 @@ private Q_SLOTS:
         QCOMPARE(c->showingBox(), c->drivesView());
         QTRY_VERIFY(!c->isAnimatingBox());
         QCOMPARE(c->drivesView()->parentWidget(), c->adviceView());
-        QTRY_COMPARE(c->drivesView()->pos(), QPoint(root->width() - 16 - c->drivesView()->width(), 0));
+        QTRY_COMPARE(c->drivesView()->pos(),
+                     QPoint(root->width() - 16 - c->drivesView()->width(), 0));
         QVERIFY(c->statusViewIsTransparent());
         const QString advice = c->adviceView()->document()->toPlainText();
-        QVERIFY(advice.startsWith(QLatin1String("Volume Structures\nThere are a number of invisible files")));
+        QVERIFY(advice.startsWith(
+            QLatin1String("Volume Structures\nThere are a number of invisible files")));
         QVERIFY(!advice.contains(QLatin1String("<Disk Utility>")));
         // Lines beside the box end at its left edge.
         const QRectF box = c->adviceView()->exclusionRect();
@@ -390,26 +414,10 @@ private Q_SLOTS:
     {
         m_machine = HXFakeMachineProbes(); // every test applies
         QFile::remove(reportPath());
-        quint16 port = 0;
-        {
-            QTcpServer probe;
-            QVERIFY(probe.listen(QHostAddress::LocalHost));
-            port = probe.serverPort();
-        }
-        HXStatusReporter shared(HXStatusReporter::Options{reportPath(), &m_local, nullptr, true});
-        HXDBusNotificationCenter distributed(QDBusConnection::sessionBus(), {QDBusConnection::sessionBus()});
-        HXStatusViewController::Options options;
-        options.reporter = &shared;
-        options.localCenter = &m_local;
-        options.distributedCenter = &distributed;
-        options.listenerPort = port;
-        HXStatusViewController c(options);
-        c.view()->resize(884, 500);
-        c.view()->show();
+        LiveStatusView live(reportPath(), &m_local);
         // On screen and drawn before the pass starts, as the user sees it.
-        QVERIFY(QTest::qWaitForWindowExposed(c.view()));
-        int finished = 0;
-        c.setTestingFinishedHandler([&] { ++finished; });
+        QVERIFY(live.show());
+        HXStatusViewController &c = live.controller();
 
         const QString scenario = m_root.filePath(QStringLiteral("scenario.json"));
         QFile file(scenario);
@@ -421,15 +429,17 @@ private Q_SLOTS:
                       {"test": "IO"}, {"test": "POST"}]})");
         file.close();
         StandinProcess standin(m_root.path());
-        QVERIFY(standin.start({QStringLiteral("--serve"), QStringLiteral("worker"), QStringLiteral("--scenario"), scenario,
-                               QStringLiteral("--status-view-port"), QString::number(port)}));
+        QVERIFY(standin.start(
+            {QStringLiteral("--serve"), QStringLiteral("worker"), QStringLiteral("--scenario"),
+             scenario, QStringLiteral("--status-view-port"), QString::number(live.port())}));
         const auto worker = HXDaemonInteraction::workerDaemonProxy();
         QVERIFY(worker);
         worker->activate();
 
-        QTRY_VERIFY_WITH_TIMEOUT(c.icon(HXTest::SMART)->isPulsing(), 5000);   // running
-        QTRY_COMPARE_WITH_TIMEOUT(finished, 1, 10000);                          // "testingFinished"
-        QTRY_COMPARE_WITH_TIMEOUT(c.icon(HXTest::POST)->shownImageName(), QStringLiteral("postGreen"), 5000);
+        QTRY_VERIFY_WITH_TIMEOUT(c.icon(HXTest::SMART)->isPulsing(), 5000); // running
+        QTRY_COMPARE_WITH_TIMEOUT(live.passesFinished(), 1, 10000);         // "testingFinished"
+        QTRY_COMPARE_WITH_TIMEOUT(c.icon(HXTest::POST)->shownImageName(),
+                                  QStringLiteral("postGreen"), 5000);
         QVERIFY(!c.icon(HXTest::SMART)->isPulsing());
         QCOMPARE(c.icon(HXTest::SMART)->shownImageName(), QStringLiteral("smartRed"));
         QCOMPARE(c.icon(HXTest::RAID)->shownImageName(), QStringLiteral("raidGray"));
@@ -439,14 +449,18 @@ private Q_SLOTS:
         QCOMPARE(c.systemView()->testStatus(), 1);
 
         QList<QVariantMap> requests;
-        m_local.addObserver(QStringLiteral("ShowLogViewNotification"), &c,
-                            [&](const HXNotification &n) { requests.append(n.userInfo); });
+        const auto token =
+            m_local.addObserver(QStringLiteral("ShowLogViewNotification"), &c,
+                                [&](const HXNotification &n) { requests.append(n.userInfo); });
+        auto forget = qScopeGuard([&] { m_local.removeObserver(token); });
         QTest::mouseClick(c.filesView(), Qt::LeftButton);
         QTRY_VERIFY(!c.isAnimatingBox());
-        QVERIFY(c.adviceView()->document()->toPlainText().contains(QLatin1String("File Structures test checks")));
+        QVERIFY(c.adviceView()->document()->toPlainText().contains(
+            QLatin1String("File Structures test checks")));
         QTest::mouseClick(c.filesView()->logButton(HXTest::FileStructures), Qt::LeftButton);
         QCOMPARE(requests.size(), 1);
-        QCOMPARE(requests[0].value(QStringLiteral("ResultIndex")).toLongLong(), 1); // the error, second in the report
+        QCOMPARE(requests[0].value(QStringLiteral("ResultIndex")).toLongLong(),
+                 1); // the error, second in the report
         QCOMPARE(standin.stop(), 0);
     }
 };

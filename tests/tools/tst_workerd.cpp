@@ -3,7 +3,6 @@
 // shown by the application's status view.
 #include "DiskImages.h"
 #include "HXConstants.h"
-#include "HXDBusNotificationCenter.h"
 #include "HXDaemonFiles.h"
 #include "HXDaemonInteraction.h"
 #include "HXIconAnimate.h"
@@ -14,12 +13,12 @@
 #include "HXStatusViewController.h"
 #include "StandinProcess.h"
 #include "TestSupport.h"
+#include "status/LiveStatusView.h"
 
 #include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
 #include <QProcess>
-#include <QTcpServer>
 #include <QTemporaryDir>
 #include <QtTest>
 #include <csignal>
@@ -381,28 +380,10 @@ private Q_SLOTS:
             qunsetenv("ORVEX_SYSROOT");
         });
 
-        quint16 port = 0;
-        {
-            QTcpServer probe;
-            QVERIFY(probe.listen(QHostAddress::LocalHost));
-            port = probe.serverPort();
-        }
         HXNotificationCenter local;
-        HXStatusReporter shared(HXStatusReporter::Options{
-            machine.root() + QStringLiteral("/var/lib/orvex/Report.zrrpt"), &local, nullptr, true});
-        HXDBusNotificationCenter distributed(QDBusConnection::sessionBus(),
-                                             {QDBusConnection::sessionBus()});
-        HXStatusViewController::Options options;
-        options.reporter = &shared;
-        options.localCenter = &local;
-        options.distributedCenter = &distributed;
-        options.listenerPort = port;
-        HXStatusViewController c(options);
-        c.view()->resize(884, 500);
-        c.view()->show();
-        QVERIFY(QTest::qWaitForWindowExposed(c.view()));
-        int finished = 0;
-        c.setTestingFinishedHandler([&] { ++finished; });
+        LiveStatusView live(machine.root() + QStringLiteral("/var/lib/orvex/Report.zrrpt"), &local);
+        QVERIFY(live.show());
+        HXStatusViewController &c = live.controller();
 
         StandinProcess worker(machine.root());
         worker.setProgram(QStringLiteral(ORVEX_WORKERD_PATH),
@@ -411,13 +392,13 @@ private Q_SLOTS:
         worker.setEnvironment(QStringLiteral("PATH"), machine.path());
         QVERIFY2(worker.start({QStringLiteral("--disk"), machine.node(),
                                QStringLiteral("--memory-test-size"), QStringLiteral("8"),
-                               QStringLiteral("--status-view-port"), QString::number(port)}),
+                               QStringLiteral("--status-view-port"), QString::number(live.port())}),
                  qPrintable(worker.standardError()));
         const auto proxy = HXDaemonInteraction::workerDaemonProxy();
         QVERIFY(proxy);
         proxy->activate();
 
-        QTRY_COMPARE_WITH_TIMEOUT(finished, 1, 120000);
+        QTRY_COMPARE_WITH_TIMEOUT(live.passesFinished(), 1, 120000);
         QTRY_COMPARE_WITH_TIMEOUT(c.icon(HXTest::RAID)->shownImageName(), QStringLiteral("raidRed"),
                                   5000);
         QCOMPARE(c.icon(HXTest::Battery)->shownImageName(), QStringLiteral("batteryRed"));
